@@ -1,0 +1,19 @@
+# Compiler settings that every target of the project shares.
+add_library(velmorra_options INTERFACE)
+target_compile_options(velmorra_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow
+    -Wnon-virtual-dtor -Wcast-align=strict -Wnull-dereference -Woverloaded-virtual)
+# -Wnull-dereference reports inlined standard library code once the sanitizers rewrite it.
+if(VELMORRA_SANITIZE)
+    target_compile_options(velmorra_options INTERFACE -Wno-null-dereference)
+endif()
+if(VELMORRA_WERROR)
+    target_compile_options(velmorra_options INTERFACE -Werror)
+endif()
+if(VELMORRA_SANITIZE)
+    add_compile_options(-fsanitize=${VELMORRA_SANITIZE} -fno-omit-frame-pointer
+        -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${VELMORRA_SANITIZE})
+endif()
+target_compile_definitions(velmorra_options INTERFACE QT_NO_KEYWORDS
+    QT_NO_CAST_TO_ASCII QT_NO_FOREACH)
+target_include_directories(velmorra_options INTERFACE ${CMAKE_SOURCE_DIR})

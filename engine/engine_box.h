@@ -1,0 +1,65 @@
+/// The engine's own boxes: Actions that bring tables in and out of a run.
+#pragma once
+
+#include "host/action_item.h"
+
+namespace velmorra {
+
+struct RunOptions;
+
+/// What the catalogue says about a box of the engine.
+struct BoxEntry {
+    const char* name;
+    const char* description;
+    QStringList keywords;
+};
+
+/// A box that a plug-in doesn't bring. All of them are in the category "050_Tables".
+class EngineBox : public ActionItem {
+public:
+    const char* actionName() const override { return entry().name; }
+    QString actionDescription() const override { return QLatin1String(entry().description); }
+    QStringList actionCategories() const override { return {QStringLiteral("050_Tables")}; }
+    QStringList actionKeywords() const override { return entry().keywords; }
+    virtual const BoxEntry& entry() const = 0;
+
+    /// Options of the run that the box belongs to, set before `rewindRun`; not owned.
+    const RunOptions* runOptions = nullptr;
+
+protected:
+    using ActionItem::ActionItem;
+};
+
+/// A box that writes something that must appear whole or not at all. The engine calls, when the run
+/// of the whole graph has succeeded, finishOutput of every such box, and if none failed
+/// commitOutput of every one; else discardOutput. afterRun comes behind these.
+class OutputBox : public EngineBox {
+public:
+    /// Everything is written and flushed to the file. False with a message logged when it isn't.
+    virtual bool finishOutput() = 0;
+
+    /// Puts the output in its place. False with a message logged when that failed.
+    virtual bool commitOutput() = 0;
+
+    /// Leaves no trace; the earlier output stays as it was. May be called more than once, and from
+    /// another thread while the run goes on.
+    virtual void discardOutput() = 0;
+
+    /// Rows written so far; callable from another thread.
+    virtual qint64 rowsWritten() const = 0;
+
+protected:
+    using EngineBox::EngineBox;
+};
+
+/// A box whose table comes from outside.
+class SourceBox : public EngineBox {
+public:
+    /// How much has been read, from 0 to 1; negative when unknown. Callable from another thread.
+    virtual double readShare() const = 0;
+
+protected:
+    using EngineBox::EngineBox;
+};
+
+} // namespace velmorra

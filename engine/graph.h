@@ -1,0 +1,60 @@
+/// A graph: boxes, the links between their pins, and the parameters.
+#pragma once
+
+#include "engine/catalog.h"
+
+#include <memory>
+#include <vector>
+
+namespace velmorra {
+
+/// A wire from an output pin to an input pin; boxes by their place in the graph.
+struct Link {
+    int from = 0;
+    int out = 0;
+    int to = 0;
+    int in = 0;
+};
+
+/// What is wrong with a graph, said with the box: "box 3 (Join): ...".
+struct GraphProblem {
+    QString text;
+    bool isError = true; ///< else a warning: an unknown attribute or child
+};
+
+class Graph {
+public:
+    static constexpr int maxBoxes = 10000;
+
+    Graph() = default;
+    Graph(const Graph&) = delete;
+    Graph& operator=(const Graph&) = delete;
+
+    /// Parameters of the graph; every box points here.
+    GlobalParameters parameters;
+
+    const std::vector<std::unique_ptr<ActionItem>>& boxes() const { return boxes_; }
+    const std::vector<Link>& links() const { return links_; }
+
+    /// Adds a box and returns its place. The box must have been made with this graph's parameters.
+    /// A box without an id gets the smallest free number.
+    int addBox(std::unique_ptr<ActionItem> box);
+    void addLink(const Link& link) { links_.push_back(link); }
+
+    /// The place of the box with this id, or -1.
+    int indexOfBox(const QString& id) const;
+
+    /// Wiring that can't run: links to pins that aren't there, two links on one input pin, a loop,
+    /// two boxes of one id, too many boxes.
+    QVector<GraphProblem> checkWiring() const;
+
+private:
+    std::vector<std::unique_ptr<ActionItem>> boxes_;
+    std::vector<Link> links_;
+    QHash<QString, int> places_;
+};
+
+/// "box 3 (Join)", or with its label "box 3 'prices' (Join)".
+QString boxTitle(const ActionItem& box);
+
+} // namespace velmorra

@@ -1,0 +1,213 @@
+/// What an Action stores, declared once: attributes and child lists in the order in which they are
+/// written, each with type, default, rule of writing and meaning.
+///
+/// Reading and writing an element, the check of a hand-written one, the reference page and the
+/// command line's help all come from this declaration. An Action declares it in a static function:
+///
+///     const StoredElement& Accumulator::declaration() {
+///         static const StoredElement element = StoredElement(2.14)
+///             .text<&Accumulator::colAcc>("colAcc", "", Written::Always, "name of the column to
+///             sum")
+///             ...;
+///         return element;
+///     }
+#pragma once
+
+#include "host/xml_node.h"
+#include "host/xml_stream.h"
+
+#include <optional>
+#include <type_traits>
+#include <vector>
+
+class ActionItem;
+class GlobalParameters;
+
+enum class StoredKind { Text, Integer, LongInteger, Number, Boolean, Character };
+
+/// When an attribute is written. ReadOnly: for older files, never written.
+enum class Written { Always, WhenNotDefault, ReadOnly };
+
+/// Gives the address of a member of an Action.
+using StoredMember = void* (*)(ActionItem*);
+
+struct StoredAttribute {
+    const char* name;
+    StoredKind kind;
+    Written written;
+    QString fallback; ///< the default, as it would be written
+    const char* meaning;
+    StoredMember member;
+    /// Where the default depends on the graph: gives it as text; else null.
+    QString (*fallbackFor)(const GlobalParameters*) = nullptr;
+};
+
+/// A list of strings, stored as child elements `<s>`.
+struct StoredList {
+    const char* name; ///< for messages, help and the command line
+    const char* meaning;
+    StoredMember member;
+};
+
+/// The line feeds and blanks around the content of an element, as the format has them.
+struct StoredLayout {
+    const char* afterOpen = "\n";
+    const char* afterClose = "\n";
+};
+
+/// A problem in a hand-written element.
+struct StoredProblem {
+    QString text;             ///< one sentence, with the nearest known name where there is one
+    bool unknownName = false; ///< an unknown attribute or child, not a value of the wrong kind
+};
+
+class VELMORRA_CORE StoredElement {
+public:
+    /// A fixed child element, which stores members of the same Action.
+    struct Child;
+
+    /// `formatVersion` is the format version that the element needs.
+    explicit StoredElement(double formatVersion) : version_(formatVersion) {}
+
+    /// The version where it depends on what is stored.
+    template <class Action>
+    StoredElement& versionBy(double (*versionOf)(const Action&)) {
+        versionOf_ = reinterpret_cast<AnyFunction>(versionOf);
+        callVersion_ = [](AnyFunction f, const ActionItem& action) {
+            return reinterpret_cast<double (*)(const Action&)>(f)(
+                static_cast<const Action&>(action));
+        };
+        return *this;
+    }
+
+    template <auto Member>
+    StoredElement& text(const char* name, const QString& fallback, Written written,
+                        const char* meaning) {
+        return add<Member, QString>(name, StoredKind::Text, fallback, written, meaning);
+    }
+
+    template <auto Member>
+    StoredElement& integer(const char* name, int fallback, Written written, const char* meaning) {
+        return add<Member, int>(name, StoredKind::Integer, QString::number(fallback), written,
+                                meaning);
+    }
+
+    template <auto Member>
+    StoredElement& longInteger(const char* name, qint64 fallback, Written written,
+                               const char* meaning) {
+        return add<Member, qint64>(name, StoredKind::LongInteger, QString::number(fallback),
+                                   written, meaning);
+    }
+
+    template <auto Member>
+    StoredElement& number(const char* name, double fallback, Written written, const char* meaning) {
+        return add<Member, double>(name, StoredKind::Number, numberText(fallback), written,
+                                   meaning);
+    }
+
+    template <auto Member>
+    StoredElement& boolean(const char* name, bool fallback, Written written, const char* meaning) {
+        return add<Member, bool>(name, StoredKind::Boolean, QLatin1String(fallback ? "1" : "0"),
+                                 written, meaning);
+    }
+
+    template <auto Member>
+    StoredElement& character(const char* name, QChar fallback, Written written,
+                             const char* meaning) {
+        return add<Member, QChar>(name, StoredKind::Character, QString(fallback), written, meaning);
+    }
+
+    /// The default of the attribute declared last, where it depends on the graph.
+    StoredElement& fallbackBy(QString (*fallback)(const GlobalParameters*)) {
+        attributes_.back().fallbackFor = fallback;
+        return *this;
+    }
+
+    /// The list whose entries are the element's own children. At most one, and no children then.
+    template <auto Member>
+    StoredElement& list(const char* name, const char* meaning, StoredLayout layout = {}) {
+        list_ = StoredList{name, meaning, memberOf<Member>()};
+        layout_ = layout;
+        return *this;
+    }
+
+    /// A child element that holds a list: `<name>` entries `</name>`.
+    template <auto Member>
+    StoredElement& childList(const char* name, const char* meaning, StoredLayout layout = {}) {
+        StoredElement element(0);
+        element.list<Member>(name, meaning, layout);
+        return child(name, std::move(element));
+    }
+
+    /// A child element with attributes, and a list or children of its own.
+    StoredElement& child(const char* name, StoredElement element);
+
+    // What was declared.
+
+    const std::vector<StoredAttribute>& attributes() const { return attributes_; }
+    const std::optional<StoredList>& ownList() const { return list_; }
+    const std::vector<Child>& children() const { return children_; }
+    double version(const ActionItem& action) const {
+        return versionOf_ != nullptr ? callVersion_(versionOf_, action) : version_;
+    }
+
+    // What is done with it.
+
+    /// Reads the element into the Action's members; what is missing gets its default.
+    void read(ActionItem& action, const XMLNode& node, const GlobalParameters* parameters) const;
+
+    /// Writes the attributes, each with a blank in front.
+    void writeAttributes(const ActionItem& action, const GlobalParameters* parameters,
+                         XMLStream& stream) const;
+
+    /// Whether anything stands between the opening and the closing tag.
+    bool hasContent() const { return list_.has_value() || !children_.empty(); }
+
+    /// Writes ">", the content and the closing tag of the element `name`.
+    void writeContent(const ActionItem& action, const GlobalParameters* parameters,
+                      const char* name, XMLStream& stream) const;
+
+    /// Names in a hand-written element that aren't declared, and values of the wrong kind. `known`
+    /// names further attributes that the element may have.
+    QVector<StoredProblem> check(const XMLNode& node, const QStringList& known = {}) const;
+
+private:
+    using AnyFunction = void (*)();
+
+    template <class Class, class Value>
+    static std::type_identity<Class> classOf(Value Class::*);
+    template <class Class, class Value>
+    static std::type_identity<Value> valueOf(Value Class::*);
+
+    template <auto Member>
+    static StoredMember memberOf() {
+        return [](ActionItem* action) -> void* {
+            using Action = typename decltype(classOf(Member))::type;
+            return &(static_cast<Action*>(action)->*Member);
+        };
+    }
+
+    template <auto Member, class Value>
+    StoredElement& add(const char* name, StoredKind kind, const QString& fallback, Written written,
+                       const char* meaning) {
+        static_assert(std::is_same_v<typename decltype(valueOf(Member))::type, Value>,
+                      "the member has another type than the attribute");
+        attributes_.push_back({name, kind, written, fallback, meaning, memberOf<Member>()});
+        return *this;
+    }
+
+    static QString numberText(double value);
+
+    double version_;
+    AnyFunction versionOf_ = nullptr;
+    double (*callVersion_)(AnyFunction, const ActionItem&) = nullptr;
+    std::vector<StoredAttribute> attributes_;
+    std::optional<StoredList> list_;
+    StoredLayout layout_;
+    std::vector<Child> children_;
+};
+
+struct StoredElement::Child {
+    const char* name;
+    StoredElement element;
+};
