@@ -3,7 +3,7 @@
 
 #include "engine/graph.h"
 
-#include <atomic>
+#include "host/message.h"
 
 namespace velmorra {
 
