@@ -72,6 +72,8 @@ struct Sink {
             if (output == nullptr)
                 taken += dropRows();
         }
+        if (box->finished)
+            box->closeInputs();
         if (output != nullptr)
             rows.store(output->rowsWritten(), std::memory_order_relaxed);
         else

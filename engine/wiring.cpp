@@ -23,6 +23,8 @@ const OneRow* fetchDirect(InPin& pin) {
     ActionItem* const consumer = wire.context->box;
     wire.context->box = producer.action;
     const OneRow* row = nullptr;
+    if (producer.finished)
+        producer.closeInputs();
     while (!producer.finished && *wire.status == RunStatus::Running) {
         producer.step();
         if (out.ready) {
@@ -64,6 +66,8 @@ const OneRow* fetchSpooled(InPin& pin) {
             break;
         producer.step();
         spoolReadyRows(producer);
+        if (producer.finished)
+            producer.closeInputs();
     }
     wire.context->box = consumer;
     return row;

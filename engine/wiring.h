@@ -45,13 +45,10 @@ struct RunningBox {
     bool finished = false;
 
     /// One step; a row that it hands on stays ready in its output pin.
-    void step() {
-        finished = action->runStep(action);
-        if (finished)
-            closeInputs();
-    }
+    void step() { finished = action->runStep(action); }
 
-private:
+    /// For a box that has finished and whose last row is no longer in use: what waits for it alone
+    /// is dropped.
     void closeInputs();
 };
 
