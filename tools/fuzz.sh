@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs every fuzz target for a number of seconds: tools/fuzz.sh SECONDS [NAME...]
-# Needs the preset "fuzz" built. Starts from tests/fuzz/corpus/NAME; what is found on the way is
-# kept in build/fuzz/corpus, and an input that breaks a target in build/fuzz/findings.
+# Needs the preset "fuzz" built. The target of tests/fuzz/NAME_fuzz.cpp starts from the inputs in
+# tests/fuzz/corpus/NAME; what it finds on the way is kept in build/fuzz/corpus/NAME, and an input
+# that breaks it in build/fuzz/findings.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,7 +11,7 @@ shift
 names=("$@")
 if [ ${#names[@]} -eq 0 ]; then
     for source in tests/fuzz/*_fuzz.cpp; do
-        [ -e "$source" ] && names+=("$(basename "$source" .cpp)")
+        [ -e "$source" ] && names+=("$(basename "$source" _fuzz.cpp)")
     done
 fi
 if [ ${#names[@]} -eq 0 ]; then
@@ -25,7 +26,7 @@ for name in "${names[@]}"; do
     seeds=()
     [ -d "tests/fuzz/corpus/$name" ] && seeds=("tests/fuzz/corpus/$name")
     echo "fuzz: $name for $seconds s"
-    if ! "build/fuzz/bin/$name" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+    if ! "build/fuzz/bin/${name}_fuzz" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
         -print_final_stats=1 -verbosity=0 -artifact_prefix="build/fuzz/findings/$name-" \
         "$found" "${seeds[@]}" >"build/fuzz/$name.log" 2>&1; then
         tail -60 "build/fuzz/$name.log" >&2
