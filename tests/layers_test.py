@@ -69,8 +69,10 @@ def include_problems(path, text):
         if quote == '"':
             if name.endswith(".moc") or name.startswith(("moc_", "ui_")):
                 continue
+            if (ROOT / path.parent / name).is_file():
+                name = str(path.parent / name)
             if not (ROOT / name).is_file():
-                yield line, f"'{name}' isn't a path from the root of the tree"
+                yield line, f"'{name}' is neither in this folder nor a path from the root"
             elif name.split("/")[0] not in LAYERS[folder]:
                 yield line, f"{folder}/ may not include '{name}'"
             elif core_only and str(Path(name).with_suffix("")) in WITH_WIDGETS:
