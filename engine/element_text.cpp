@@ -174,7 +174,8 @@ private:
     void takeXml(const QString& word);
     void finishShortForm();
 
-    void writeSettings(const StoredElement& declaration, const QVector<Setting>& settings);
+    /// False when the element can't be made, with the problem told.
+    bool writeSettings(const StoredElement& declaration, const QVector<Setting>& settings);
     void writeList(const Target& target, const QString& text);
     void beginElement(const ActionItem& action);
     void addElement(const XMLNode& element, const ActionItem& action);
@@ -293,9 +294,10 @@ void ElementReader::finishShortForm() {
         return;
     }
     beginElement(*action);
-    attributes_.str({});
-    content_.str({});
-    writeSettings(action->storedElement(), form.settings);
+    attributes_ = {};
+    content_ = {};
+    if (!writeSettings(action->storedElement(), form.settings))
+        return;
     XMLStream text;
     text << '<' << action->actionName();
     text << QString::fromStdU16String(attributes_.str()) << '>';
@@ -308,7 +310,7 @@ void ElementReader::finishShortForm() {
         addElement(parsed.root, *action);
 }
 
-void ElementReader::writeSettings(const StoredElement& declaration,
+bool ElementReader::writeSettings(const StoredElement& declaration,
                                   const QVector<Setting>& settings) {
     QStringList given;
     for (const Setting& setting : settings) {
@@ -323,16 +325,18 @@ void ElementReader::writeSettings(const StoredElement& declaration,
         }
         given += target.name;
         if (target.kind == Target::Attribute)
-            attributes_ << ' ' << target.name << "='"
-                        << toXMLStringTool().toXML(attributeText(setting)) << '\'';
+            writeAttribute(attributes_, target.name, attributeText(setting));
         else
             writeList(target, setting.text);
-        if (const QString refused = toXMLStringTool().refused(); !refused.isNull())
-            addSettingProblem(QLatin1Char('\'') + target.name +
-                              QLatin1String("' holds the character ") + refused +
-                              QLatin1String(", which can't be stored"));
-        toXMLStringTool().freeBuffer();
+        if (attributes_.fail() || content_.fail()) {
+            addProblem(Kind::Element, title_ + QLatin1Char('\'') + target.name +
+                                          QLatin1String("' holds the character ") +
+                                          toXMLStringTool().refused() +
+                                          QLatin1String(", which can't be stored"));
+            return false;
+        }
     }
+    return true;
 }
 
 void ElementReader::writeList(const Target& target, const QString& text) {
