@@ -214,13 +214,17 @@ void OneRow::setColName(int column, const QString& name) {
 }
 
 void OneRow::setMetaType(int column, const MetaInfo& type) {
+    const bool wasNull = cells[column] == cell::nullCell(meta_.types[column].type);
     meta_.types[column] = type;
     fresh_ = false;
+    // The one byte of a null text is too short to be read as the null of another form.
+    if (wasNull)
+        setNull(column);
 }
 
 void OneRow::setMetaData(const QVector<MetaInfo>& types) {
-    meta_.types = types;
-    meta_.types.resize(columns);
+    for (int i = 0; i < columns; ++i)
+        setMetaType(i, types.value(i));
     fresh_ = false;
 }
 

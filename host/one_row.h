@@ -89,6 +89,7 @@ public:
     /// Columns added are nameless text columns of null cells.
     void setNumberOfColumns(int number);
     void setColName(int column, const QString& name);
+    /// A null cell of the row itself becomes the null of the new type; any other cell stays.
     void setMetaType(int column, const MetaInfo& type);
     void setMetaData(const QVector<MetaInfo>& types);
     void setSortInfos(const QVector<SortInfos>& sort);
