@@ -9,6 +9,7 @@
 
 #include <QtCore/QHash>
 
+#include <algorithm>
 #include <memory>
 
 class VELMORRA_CORE OneRow {
@@ -83,7 +84,7 @@ public:
             return;
         }
         const qint32 shared = row.columns < columns ? row.columns : columns;
-        std::memcpy(cells, row.cells, sizeof(*cells) * static_cast<size_t>(shared));
+        std::copy_n(row.cells, shared, cells);
     }
 
     /// Columns added are nameless text columns of null cells.
