@@ -382,8 +382,8 @@ TEST(OneRow, ColumnsAreFoundByExactNameFromAnyStart) {
 }
 
 TEST(OneRow, OccurrencesOfOneNameAreFoundInTurn) {
-    // A hostile table: as many columns as there may be, all of one name. Each lookup that searched
-    // from the first one again would take hours together.
+    // A hostile table: as many columns as there may be, all of one name. A lookup that searched
+    // from the first one again each time would take the square of that.
     constexpr int columns = 1 << 20;
     OneRow row;
     row.setShape({QVector<QString>(columns, "same"), QVector<MetaInfo>(columns), {}});
