@@ -25,6 +25,11 @@ bool isNumberType(qint32 metaType) {
     return metaType == MetaTypeKey || metaType == MetaTypeFloat;
 }
 
+/// The bytes of a text as the code units they are, at any address: to be handed on, not read.
+const ushort* unitsAt(const uchar* chars) {
+    return static_cast<const ushort*>(static_cast<const void*>(chars));
+}
+
 QString textOf(const ushort* chars, int units) {
     return QString::fromRawData(reinterpret_cast<const QChar*>(chars), units);
 }
@@ -74,7 +79,7 @@ QString OneRow::col(int column, ushort* scratch) const {
     // Qt reads through aligned pointers only; a text at an odd address is copied.
     if (view.isNull() || (reinterpret_cast<quintptr>(view.chars) & 1) != 0)
         return qStringFromBytes(cells[column]);
-    return QString::fromRawData(reinterpret_cast<const QChar*>(view.chars), view.size());
+    return textOf(unitsAt(view.chars), view.size());
 }
 
 int OneRow::col(int column, const ushort** chars) const {
@@ -86,7 +91,7 @@ int OneRow::col(int column, const ushort** chars) const {
         return std::max(units, 0);
     }
     const cell::TextView view = cell::text(cells[column]);
-    *chars = view.isNull() ? nullptr : reinterpret_cast<const ushort*>(view.chars);
+    *chars = view.isNull() ? nullptr : unitsAt(view.chars);
     return view.size();
 }
 
