@@ -118,8 +118,10 @@ private:
         Place place{element, parts.last().toInt(&isPin)};
         if (parts.size() == 2)
             place.element = parts.first().toInt(&isElement) - 1;
-        if (!isPin || !isElement || place.pin < 0 || place.element < 0 || parts.size() > 2)
+        if (!isPin || !isElement || place.pin < 0 || parts.size() > 2)
             error = QStringLiteral("'%1' doesn't name a pin").arg(section.title);
+        else if (place.element < 0 || place.element > case_.lastElement())
+            error = QStringLiteral("'%1' is for no element in front of it").arg(section.title);
         return place;
     }
 

@@ -74,8 +74,8 @@ public:
     }
     void rewindRun() override;
 
-    /// The rows of the last run, copied as they came, with the columns of the pin.
-    const PackedTable& table() const { return table_; }
+    /// The rows of the last run, copied as they came, with the columns of the pin. Once per run.
+    PackedTable takeTable() { return std::move(table_); }
     /// What is wrong with how the rows came; empty when nothing is.
     const QString& defect() const { return defect_; }
     /// Rows taken so far; callable from another thread.
