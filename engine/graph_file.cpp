@@ -183,42 +183,60 @@ GraphLoad loadGraph(const QString& path, const ActionCatalog& catalog,
 
 namespace {
 
-/// A text as an attribute's value, escaped.
-QString attributeText(const QString& text) {
-    return QString::fromUtf16(toXMLStringTool().toXML(text));
+/// What the stream holds, or which character made it fail; `holder` holds that character.
+GraphText textOf(const XMLStream& stream, const QString& holder) {
+    if (stream.fail())
+        return {{},
+                holder + QLatin1String(" holds the character ") + toXMLStringTool().refused() +
+                    QLatin1String(", which XML can't hold")};
+    return {QString::fromStdU16String(stream.str()), {}};
+}
+
+GraphText parameterText(const QString& name, const QString& value) {
+    XMLStream stream;
+    stream << "<p";
+    writeAttribute(stream, QStringLiteral("name"), name);
+    writeAttribute(stream, QStringLiteral("value"), value);
+    stream << "/>\n";
+    return textOf(stream, QStringLiteral("the parameter '%1'").arg(name));
+}
+
+GraphText boxText(const ActionItem& box) {
+    XMLStream stream;
+    box.saveToXML(stream, QString());
+    return textOf(stream, boxTitle(box) + QLatin1String(": a setting"));
+}
+
+QString linkText(const Graph& graph, const Link& link) {
+    const auto id = [&](int box) { return graph.boxes()[static_cast<size_t>(box)]->boxId; };
+    XMLStream stream;
+    stream << "<l";
+    writeAttribute(stream, QStringLiteral("from"), id(link.from));
+    stream << " out='" << link.out << '\'';
+    writeAttribute(stream, QStringLiteral("to"), id(link.to));
+    stream << " in='" << link.in << "'/>\n";
+    return QString::fromStdU16String(stream.str());
 }
 
 } // namespace
 
 GraphText graphText(const Graph& graph) {
     GraphText result;
-    toXMLStringTool().freeBuffer();
+    const auto take = [&result](const GraphText& part) {
+        result.text += part.text;
+        if (result.error.isEmpty())
+            result.error = part.error;
+    };
     result.text = QStringLiteral("<VelmorraGraph version='%1'>\n<Parameters>\n")
                       .arg(graph.parameters.fileVersion);
     for (const auto& [name, value] : graph.parameters.parameters())
-        result.text += QLatin1String("<p name='") + attributeText(name) +
-                       QLatin1String("' value='") + attributeText(value) + QLatin1String("'/>\n");
-    if (!toXMLStringTool().refused().isNull())
-        result.error = QLatin1String("a parameter holds ") + toXMLStringTool().refused() +
-                       QLatin1String(", which XML can't hold");
+        take(parameterText(name, value));
     result.text += QLatin1String("</Parameters>\n<Actions>\n");
-    for (const auto& box : graph.boxes()) {
-        XMLStream stream;
-        box->saveToXML(stream, QString());
-        if (stream.fail() && result.error.isEmpty())
-            result.error =
-                boxTitle(*box) + QLatin1String(": a setting holds a character that XML can't hold");
-        result.text += QString::fromStdU16String(stream.str());
-    }
+    for (const auto& box : graph.boxes())
+        take(boxText(*box));
     result.text += QLatin1String("</Actions>\n<Links>\n");
-    for (const Link& link : graph.links()) {
-        const auto id = [&](int box) {
-            return attributeText(graph.boxes()[static_cast<size_t>(box)]->boxId);
-        };
-        result.text += QStringLiteral("<l from='%1' out='%2' to='%3' in='%4'/>\n")
-                           .arg(id(link.from), QString::number(link.out), id(link.to),
-                                QString::number(link.in));
-    }
+    for (const Link& link : graph.links())
+        result.text += linkText(graph, link);
     result.text += QLatin1String("</Links>\n</VelmorraGraph>\n");
     return result;
 }
