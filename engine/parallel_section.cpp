@@ -7,6 +7,7 @@
 #include <new>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace velmorra {
 
@@ -376,7 +377,10 @@ private:
 ParallelResult refused(ActionItem& master, MessageSink& sink, const QString& text) {
     RunContext context{&sink, &master};
     const RunContextScope scope(&context);
+    ParallelGroup group;
+    ParallelGroup* const outerGroup = std::exchange(master.parallelGroup, &group);
     master.fail(text);
+    master.parallelGroup = outerGroup;
     ParallelResult result;
     result.outputs.resize(static_cast<size_t>(master.nPinOut));
     return result;

@@ -9,7 +9,9 @@
 /// Output order: an output row belongs to the row of pin 0 that its worker had read last. With a
 /// partition column a worker may hold rows back until their partition ends; an output row then
 /// belongs to the last run of equal values, among those its worker has read, that has the row's own
-/// value in the output column of that name.
+/// value in the output column of that name. An Action that goes by runs of equal values sees two
+/// runs of one value as one when what stood between them went to another worker; the rows of a
+/// partition have to stand together for it, as they have to anyway.
 ///
 /// Tables are in memory as a whole, inputs and outputs. The caller's thread runs the master.
 #pragma once

@@ -63,6 +63,11 @@ public:
 protected:
     virtual bool handle(const OneRow& in) = 0;
 
+    bool step() {
+        const OneRow* const in = getNextRowFromInPin(0);
+        return in == nullptr ? atEnd() : handleRow(*in);
+    }
+
     Script& script_;
     RowBuffer cells_;
     double loaded_ = 0; ///< sum of pin 1, made by the master
@@ -108,11 +113,6 @@ private:
         return false;
     }
 
-    bool step() {
-        const OneRow* const in = getNextRowFromInPin(0);
-        return in == nullptr ? atEnd() : handleRow(*in);
-    }
-
     bool handleRow(const OneRow& in) {
         if (script_.onRow)
             script_.onRow(*this, rows_);
@@ -154,14 +154,9 @@ protected:
 private:
     bool again() {
         setRowReadyForOutput(0);
-        rewindToRows();
+        setStep<&AddLoaded::step>();
         return false;
     }
-    bool nextRow() {
-        const OneRow* const in = getNextRowFromInPin(0);
-        return in == nullptr || handle(*in);
-    }
-    void rewindToRows() { setStep<&AddLoaded::nextRow>(); }
 };
 
 /// By partition (column 1): hands on the rows of a run of equal values one row late, as an Action
@@ -296,7 +291,7 @@ TEST(ParallelSection, RowsComeInTheOrderOfOneThreadWhateverTheWorkersAndBatches)
 }
 
 TEST(ParallelSection, PartitionsStayWholeAndHeldBackRowsFindTheirPlace) {
-    const PackedTable main = partitioned("aabbbaccccddabeeeffffgh");
+    const PackedTable main = partitioned("aabbbccccdddeeeffffgh");
     std::vector<quint32> expected(main.rows());
     for (size_t i = 0; i < expected.size(); ++i)
         expected[i] = static_cast<quint32>(i);
@@ -310,6 +305,19 @@ TEST(ParallelSection, PartitionsStayWholeAndHeldBackRowsFindTheirPlace) {
         EXPECT_EQ(firstColumn(result.outputs[0]), expected) << copies;
         EXPECT_GT(script.copiesMet, 0);
     }
+}
+
+TEST(ParallelSection, RowsOfAPartitionThatComesBackKeepTheirPlaces) {
+    const PackedTable main = partitioned("abcabbaacdabcddbaefgea");
+    std::vector<quint32> expected;
+    for (quint32 i = 0; i < main.rows(); ++i)
+        expected.insert(expected.end(), i % 3 == 0 ? 0 : i % 5 == 0 ? 2 : 1, i);
+    Script script;
+    Log log;
+    GlobalParameters parameters;
+    const auto result =
+        runOn<AddLoaded>(script, {&main}, log, {3, QStringLiteral("p"), 1}, parameters);
+    EXPECT_EQ(firstColumn(result.outputs[0]), expected);
 }
 
 TEST(ParallelSection, FailureInTheMasterReleasesWaitingCopies) {
