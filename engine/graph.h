@@ -3,6 +3,8 @@
 
 #include "engine/catalog.h"
 
+#include <QtCore/QHash>
+
 #include <memory>
 #include <vector>
 

@@ -61,12 +61,12 @@ public:
     double completion() const;
 
 private:
-    struct Wiring;
+    struct State;
 
     Graph& graph_;
     MessageSink& sink_;
     RunOptions options_;
-    std::unique_ptr<Wiring> wiring_;
+    std::unique_ptr<State> state_;
 };
 
 /// The columns of an output pin, found by running instances of their own in columns-only mode; an

@@ -11,10 +11,6 @@ QString attributeOf(const XMLNode& element, const char* name) {
     return xmltoa(element.getAttribute(name, nullptr));
 }
 
-void writeAttribute(XMLStream& stream, const QString& name, const QString& value) {
-    stream << ' ' << name << "='" << toXMLStringTool().toXML(value) << '\'';
-}
-
 bool isBoxAttribute(const QString& name) {
     return boxAttributes().contains(name, Qt::CaseInsensitive);
 }
@@ -49,6 +45,7 @@ void ActionItem::readStored(const StoredElement& declaration) {
         if (!declared && !isBoxAttribute(name))
             unknownAttributes_.push_back({name, QString::fromUtf8(element_.attributeText(i))});
     }
+    unknownChildren_ = declaration.unknownChildren(element_);
     element_ = {};
 }
 
@@ -69,10 +66,7 @@ void ActionItem::saveToXML(XMLStream& stream, const QString& text) const {
     declaration.writeAttributes(*this, globalParameters, stream);
     for (const auto& [name, value] : unknownAttributes_)
         writeAttribute(stream, name, value);
-    if (declaration.hasContent())
-        declaration.writeContent(*this, globalParameters, actionName(), stream);
-    else
-        stream << "/>\n";
+    declaration.writeContent(*this, globalParameters, actionName(), stream, unknownChildren_);
     toXMLStringTool().freeBuffer();
 }
 
@@ -111,6 +105,13 @@ QStringList ActionItem::getAlternativeNames() const {
 ActionItem* ActionItem::clone(GlobalParameters* parameters) const {
     XMLStream stream;
     saveToXML(stream, QString());
+    if (stream.fail()) {
+        MainUI::addLog(1, QLatin1String(actionName()) +
+                              QStringLiteral(": ERROR: a setting holds the character ") +
+                              toXMLStringTool().refused() +
+                              QStringLiteral(", which can't be stored.\n"));
+        return nullptr;
+    }
     const XMLNode::Parsed parsed = XMLNode::parse(QString::fromStdU16String(stream.str()).toUtf8());
     return parsed.root.isNull() ? nullptr : newFromXML(parsed.root, parameters);
 }

@@ -59,10 +59,12 @@ public:
     /// Older names under which stored graphs still load.
     virtual QStringList getAlternativeNames() const;
 
-    /// A new instance with the same settings, owned by the caller; null if allocation fails.
+    /// A new instance with the same settings, owned by the caller; null if allocation fails, or
+    /// with a message when a setting can't be stored.
     virtual ActionItem* clone(GlobalParameters* parameters) const;
 
-    /// Writes the stored element, with `text` (indentation) in front.
+    /// Writes the stored element, with `text` (indentation) in front. The stream fails where a
+    /// setting holds a character that XML can't hold; `toXMLStringTool().refused()` says which.
     virtual void saveToXML(XMLStream& stream, const QString& text) const;
 
     /// Resets what the previous run left. True refuses the run, with a message logged.
@@ -171,7 +173,8 @@ protected:
     ActionItem(const ActionItem&) = delete;
     ActionItem& operator=(const ActionItem&) = delete;
 
-    /// Reads the declared members, and keeps attributes that nobody declared for saving.
+    /// Reads the declared members, and keeps attributes and children that nobody declared for
+    /// saving.
     void readStored(const StoredElement& declaration);
 
     /// Opens the element: `text`, "<", the name, and what the graph stores with the box.
@@ -193,6 +196,7 @@ private:
 
     XMLNode element_; ///< what the Action was made from
     QVector<std::pair<QString, QString>> unknownAttributes_;
+    QStringList unknownChildren_;
     InPin* const* inPins_ = nullptr;
     OutPin* outPins_ = nullptr;
     bool computeFull_ = true;

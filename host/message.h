@@ -26,7 +26,7 @@ class ActionItem;
 /// What the current thread is running: set by the engine, read by MainUI::addLog.
 struct RunContext {
     MessageSink* sink = nullptr;
-    const ActionItem* box = nullptr; ///< the box whose code runs now; may be null
+    ActionItem* box = nullptr; ///< the box whose code runs now; may be null
 };
 
 /// Makes a context the current one of this thread for as long as the scope lives. Not copyable; the

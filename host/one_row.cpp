@@ -25,6 +25,11 @@ bool isNumberType(qint32 metaType) {
     return metaType == MetaTypeKey || metaType == MetaTypeFloat;
 }
 
+/// The bytes of a text as the code units they are, at any address: to be handed on, not read.
+const ushort* unitsAt(const uchar* chars) {
+    return static_cast<const ushort*>(static_cast<const void*>(chars));
+}
+
 QString textOf(const ushort* chars, int units) {
     return QString::fromRawData(reinterpret_cast<const QChar*>(chars), units);
 }
@@ -74,7 +79,7 @@ QString OneRow::col(int column, ushort* scratch) const {
     // Qt reads through aligned pointers only; a text at an odd address is copied.
     if (view.isNull() || (reinterpret_cast<quintptr>(view.chars) & 1) != 0)
         return qStringFromBytes(cells[column]);
-    return QString::fromRawData(reinterpret_cast<const QChar*>(view.chars), view.size());
+    return textOf(unitsAt(view.chars), view.size());
 }
 
 int OneRow::col(int column, const ushort** chars) const {
@@ -86,7 +91,7 @@ int OneRow::col(int column, const ushort** chars) const {
         return std::max(units, 0);
     }
     const cell::TextView view = cell::text(cells[column]);
-    *chars = view.isNull() ? nullptr : reinterpret_cast<const ushort*>(view.chars);
+    *chars = view.isNull() ? nullptr : unitsAt(view.chars);
     return view.size();
 }
 
@@ -209,13 +214,17 @@ void OneRow::setColName(int column, const QString& name) {
 }
 
 void OneRow::setMetaType(int column, const MetaInfo& type) {
+    const bool wasNull = cells[column] == cell::nullCell(meta_.types[column].type);
     meta_.types[column] = type;
     fresh_ = false;
+    // The one byte of a null text is too short to be read as the null of another form.
+    if (wasNull)
+        setNull(column);
 }
 
 void OneRow::setMetaData(const QVector<MetaInfo>& types) {
-    meta_.types = types;
-    meta_.types.resize(columns);
+    for (int i = 0; i < columns; ++i)
+        setMetaType(i, types.value(i));
     fresh_ = false;
 }
 
@@ -259,7 +268,11 @@ int OneRow::indexOfColumnFrom(const QString& name, int from) const {
     }
     if (!nameIndex_)
         buildNameIndex();
-    int column = nameIndex_->first.value(name, -1);
+    // Who asks for one occurrence after the other starts right behind the last one: going through
+    // all that came before each time would take the square of their number.
+    const bool behindSameName = from > 0 && meta_.names[from - 1] == name;
+    int column = behindSameName ? nameIndex_->next[static_cast<size_t>(from - 1)]
+                                : nameIndex_->first.value(name, -1);
     while (column >= 0 && column < from)
         column = nameIndex_->next[static_cast<size_t>(column)];
     return column;

@@ -49,7 +49,8 @@ struct StoredList {
     StoredMember member;
 };
 
-/// The line feeds and blanks around the content of an element, as the format has them.
+/// The line feeds and blanks around the content of an element, as the format has them: behind its
+/// opening tag and behind its closing tag.
 struct StoredLayout {
     const char* afterOpen = "\n";
     const char* afterClose = "\n";
@@ -58,7 +59,7 @@ struct StoredLayout {
 /// A problem in a hand-written element.
 struct StoredProblem {
     QString text;             ///< one sentence, with the nearest known name where there is one
-    bool unknownName = false; ///< an unknown attribute or child, not a value of the wrong kind
+    bool unknownName = false; ///< something that isn't declared, not a value of the wrong kind
 };
 
 class VELMORRA_CORE StoredElement {
@@ -67,7 +68,7 @@ public:
     struct Child;
 
     /// `formatVersion` is the format version that the element needs.
-    explicit StoredElement(double formatVersion) : version_(formatVersion) {}
+    explicit StoredElement(double formatVersion);
 
     /// The version where it depends on what is stored.
     template <class Action>
@@ -126,6 +127,8 @@ public:
     /// The list whose entries are the element's own children. At most one, and no children then.
     template <auto Member>
     StoredElement& list(const char* name, const char* meaning, StoredLayout layout = {}) {
+        static_assert(std::is_same_v<typename decltype(valueOf(Member))::type, QVector<QString>>,
+                      "the member of a list must be a list of strings");
         list_ = StoredList{name, meaning, memberOf<Member>()};
         layout_ = layout;
         return *this;
@@ -133,11 +136,7 @@ public:
 
     /// A child element that holds a list: `<name>` entries `</name>`.
     template <auto Member>
-    StoredElement& childList(const char* name, const char* meaning, StoredLayout layout = {}) {
-        StoredElement element(0);
-        element.list<Member>(name, meaning, layout);
-        return child(name, std::move(element));
-    }
+    StoredElement& childList(const char* name, const char* meaning, StoredLayout layout = {});
 
     /// A child element with attributes, and a list or children of its own.
     StoredElement& child(const char* name, StoredElement element);
@@ -156,20 +155,27 @@ public:
     /// Reads the element into the Action's members; what is missing gets its default.
     void read(ActionItem& action, const XMLNode& node, const GlobalParameters* parameters) const;
 
-    /// Writes the attributes, each with a blank in front.
+    /// Writes the attributes, each with a blank in front. The stream fails where XML can't hold a
+    /// text (see ToXMLStringTool).
     void writeAttributes(const ActionItem& action, const GlobalParameters* parameters,
                          XMLStream& stream) const;
 
     /// Whether anything stands between the opening and the closing tag.
     bool hasContent() const { return list_.has_value() || !children_.empty(); }
 
-    /// Writes ">", the content and the closing tag of the element `name`.
+    /// Writes what stands behind the attributes: ">", the content, `furtherChildren` (each the text
+    /// of an element) and the closing tag of the element `name`, or "/>" where there is none.
     void writeContent(const ActionItem& action, const GlobalParameters* parameters,
-                      const char* name, XMLStream& stream) const;
+                      const char* name, XMLStream& stream,
+                      const QStringList& furtherChildren = {}) const;
+
+    /// The children of `node` that aren't declared, each as the text of an element.
+    QStringList unknownChildren(const XMLNode& node) const;
 
     /// Names in a hand-written element that aren't declared, and values of the wrong kind. `known`
-    /// names further attributes that the element may have.
+    /// names further attributes that the element may have. At most `mostProblems` are told.
     QVector<StoredProblem> check(const XMLNode& node, const QStringList& known = {}) const;
+    static constexpr int mostProblems = 100;
 
 private:
     using AnyFunction = void (*)();
@@ -198,6 +204,12 @@ private:
 
     static QString numberText(double value);
 
+    const Child* childNamed(const char* name) const;
+    bool takesChild(const char* name) const { return list_ || childNamed(name) != nullptr; }
+    void checkAttributes(const XMLNode& node, const QStringList& known,
+                         QVector<StoredProblem>& problems) const;
+    void checkContent(const XMLNode& node, QVector<StoredProblem>& problems) const;
+
     double version_;
     AnyFunction versionOf_ = nullptr;
     double (*callVersion_)(AnyFunction, const ActionItem&) = nullptr;
@@ -211,3 +223,15 @@ struct StoredElement::Child {
     const char* name;
     StoredElement element;
 };
+
+// Behind Child, since these need that type whole.
+
+inline StoredElement::StoredElement(double formatVersion) : version_(formatVersion) {}
+
+template <auto Member>
+StoredElement& StoredElement::childList(const char* name, const char* meaning,
+                                        StoredLayout layout) {
+    StoredElement element(0);
+    element.list<Member>(name, meaning, layout);
+    return child(name, std::move(element));
+}

@@ -6,12 +6,13 @@
 
 #include "host/export.h"
 
+#include <QtCore/QByteArray>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 #include <QtCore/QVector>
 
 #include <functional>
 #include <memory>
-#include <string>
 
 namespace pugi {
 class xml_document;
@@ -23,6 +24,8 @@ class VELMORRA_CORE XMLNode {
 public:
     /// Bounds on what is parsed; a text beyond them is refused.
     static constexpr int maxDepth = 64;
+    static constexpr int maxAttributes = 1024; ///< of one element
+    static constexpr int maxNodes = 4 << 20;   ///< elements, attributes and CDATA sections in all
     static constexpr qsizetype maxBytes = 64 << 20;
 
     /// What `parse` gives: the root element, or a null node with what is wrong and where.
@@ -34,6 +37,8 @@ public:
     static XMLNode emptyNode() { return {}; }
 
     /// Parses one XML document: UTF-8, no DOCTYPE, no external entities, bounded depth and size.
+    /// It must be well-formed: nothing of it is dropped but comments and processing instructions.
+    /// Blank texts are kept, and raw tabs and line feeds in attributes too.
     static Parsed parse(const QByteArray& text);
 
     bool isNull() const { return node_ == nullptr; }
@@ -43,7 +48,8 @@ public:
 
     /// The attribute's text, or null when it isn't there. The name is looked up exactly first, then
     /// without regard to ASCII case. `position`, where given, is the place in the list of
-    /// attributes to start from, and becomes the place behind the one found.
+    /// attributes to start from, and becomes the place behind the one found; it stays where none
+    /// is found.
     const char* getAttribute(const char* name, int* position) const;
 
     /// Number of attributes, and their names and texts in written order.
@@ -66,7 +72,7 @@ public:
     /// The element as XML text, as a saver would write it back: on one line if it holds none.
     QString toText() const;
 
-    /// Byte offset in the parsed text, or -1.
+    /// Byte offset of the element's `<` in the parsed text, or -1.
     qsizetype offset() const;
 
 private:
@@ -83,10 +89,11 @@ struct XMLNode::Parsed {
     XMLNode root;
     QString error;  ///< empty when root is set; else a sentence without the file's name
     int line = 0;   ///< of the error, from 1
-    int column = 0; ///< of the error in bytes, from 1
+    int column = 0; ///< of the error in characters, from 1
 };
 
 // Converters of an attribute's text. A null text, or one that isn't of the kind, gives the default.
+// Blanks around a number or a boolean don't count. A boolean is 1, 0, true or false in any case.
 
 VELMORRA_CORE QString xmltoa(const char* text, const QString& fallback = {});
 VELMORRA_CORE bool xmltob(const char* text, bool fallback);

@@ -1,0 +1,253 @@
+/// Reading, writing and checking stored elements by their declaration.
+#include "host/stored_element.h"
+
+#include "host/nearest_name.h"
+#include "host/number_text.h"
+
+#include <cmath>
+
+namespace {
+
+/// Address of the member of the Action. Only the readers write to it.
+template <class Value>
+Value& memberAs(StoredMember member, const ActionItem& action) {
+    return *static_cast<Value*>(member(const_cast<ActionItem*>(&action)));
+}
+
+QString fallbackOf(const StoredAttribute& attribute, const GlobalParameters* parameters) {
+    return attribute.fallbackFor == nullptr ? attribute.fallback
+                                            : attribute.fallbackFor(parameters);
+}
+
+void readAttribute(const StoredAttribute& attribute, const ActionItem& action, const char* text,
+                   const QString& fallback) {
+    const QByteArray bytes = fallback.toUtf8();
+    const char* other = bytes.constData();
+    const StoredMember member = attribute.member;
+    switch (attribute.kind) {
+    case StoredKind::Text:
+        memberAs<QString>(member, action) = xmltoa(text, fallback);
+        break;
+    case StoredKind::Integer:
+        memberAs<int>(member, action) = xmltoi(text, xmltoi(other, 0));
+        break;
+    case StoredKind::LongInteger:
+        memberAs<qint64>(member, action) = xmltol(text, xmltol(other, 0));
+        break;
+    case StoredKind::Number:
+        memberAs<double>(member, action) = xmltof(text, xmltof(other, 0));
+        break;
+    case StoredKind::Boolean:
+        memberAs<bool>(member, action) = xmltob(text, xmltob(other, false));
+        break;
+    case StoredKind::Character:
+        memberAs<QChar>(member, action) =
+            xmltoc(text, fallback.isEmpty() ? QChar() : fallback.front());
+        break;
+    }
+}
+
+QString numberAsText(double value) {
+    char digits[numberTextRoom];
+    return QString::fromLatin1(digits, formatFloat(value, digits));
+}
+
+/// The member's value as it is written, before escaping.
+QString valueText(const StoredAttribute& attribute, const ActionItem& action) {
+    const StoredMember member = attribute.member;
+    switch (attribute.kind) {
+    case StoredKind::Text:
+        return memberAs<QString>(member, action);
+    case StoredKind::Integer:
+        return QString::number(memberAs<int>(member, action));
+    case StoredKind::LongInteger:
+        return QString::number(memberAs<qint64>(member, action));
+    case StoredKind::Number:
+        return numberAsText(memberAs<double>(member, action));
+    case StoredKind::Boolean:
+        return QLatin1String(memberAs<bool>(member, action) ? "1" : "0");
+    case StoredKind::Character:
+        return QString(memberAs<QChar>(member, action));
+    }
+    return {};
+}
+
+/// What a text of the kind must be, or null when `text` is one.
+const char* kindMissed(StoredKind kind, const char* text) {
+    // A converter that gives back two different defaults couldn't read the text.
+    switch (kind) {
+    case StoredKind::Text:
+        return nullptr;
+    case StoredKind::Integer:
+        if (xmltoi(text, 0) == xmltoi(text, 1))
+            return nullptr;
+        return xmltol(text, 0) == xmltol(text, 1) ? "a whole number of 32 bits" : "a whole number";
+    case StoredKind::LongInteger:
+        return xmltol(text, 0) == xmltol(text, 1) ? nullptr : "a whole number";
+    case StoredKind::Number: {
+        const double number = xmltof(text, 0);
+        return std::isnan(number) || number == xmltof(text, 1) ? nullptr : "a number";
+    }
+    case StoredKind::Boolean:
+        return xmltob(text, false) == xmltob(text, true) ? nullptr : "0 or 1";
+    case StoredKind::Character:
+        return xmltoc(text, u'a') == xmltoc(text, u'b') ? nullptr : "one character";
+    }
+    return nullptr;
+}
+
+QString quoted(const QString& text) {
+    constexpr qsizetype longest = 60;
+    return QLatin1Char('\'') +
+           (text.size() > longest ? text.left(longest) + QStringLiteral("...") : text) +
+           QLatin1Char('\'');
+}
+
+StoredProblem unknownName(const QString& what, const QString& name, const QStringList& known) {
+    const QString nearest = nearestName(name, known);
+    QString text = QStringLiteral("unknown ") + what + QLatin1Char(' ') + quoted(name);
+    if (!nearest.isNull())
+        text += QStringLiteral("; did you mean ") + quoted(nearest) + QLatin1Char('?');
+    return {text, true};
+}
+
+/// Says of the problems from `first` on that they are in a child element.
+void placeProblems(QVector<StoredProblem>& problems, qsizetype first, const char* child) {
+    for (qsizetype i = first; i < problems.size(); ++i)
+        problems[i].text.prepend(QStringLiteral("in '") + QLatin1String(child) +
+                                 QStringLiteral("': "));
+}
+
+bool isSameName(const char* declared, const QString& name) {
+    return name.compare(QLatin1String(declared), Qt::CaseInsensitive) == 0;
+}
+
+} // namespace
+
+QString StoredElement::numberText(double value) {
+    return numberAsText(value);
+}
+
+StoredElement& StoredElement::child(const char* name, StoredElement element) {
+    children_.push_back({name, std::move(element)});
+    return *this;
+}
+
+const StoredElement::Child* StoredElement::childNamed(const char* name) const {
+    const QString wanted = QString::fromUtf8(name);
+    for (const Child& child : children_) {
+        if (isSameName(child.name, wanted))
+            return &child;
+    }
+    return nullptr;
+}
+
+void StoredElement::read(ActionItem& action, const XMLNode& node,
+                         const GlobalParameters* parameters) const {
+    for (const StoredAttribute& attribute : attributes_)
+        readAttribute(attribute, action, node.getAttribute(attribute.name, nullptr),
+                      fallbackOf(attribute, parameters));
+    if (list_)
+        memberAs<QVector<QString>>(list_->member, action) = fromXMLSV(node);
+    for (const Child& child : children_)
+        child.element.read(action, node.getChildNode(child.name, nullptr), parameters);
+}
+
+void StoredElement::writeAttributes(const ActionItem& action, const GlobalParameters* parameters,
+                                    XMLStream& stream) const {
+    for (const StoredAttribute& attribute : attributes_) {
+        if (attribute.written == Written::ReadOnly)
+            continue;
+        const QString value = valueText(attribute, action);
+        if (attribute.written == Written::Always || value != fallbackOf(attribute, parameters))
+            writeAttribute(stream, QLatin1String(attribute.name), value);
+    }
+}
+
+void StoredElement::writeContent(const ActionItem& action, const GlobalParameters* parameters,
+                                 const char* name, XMLStream& stream,
+                                 const QStringList& furtherChildren) const {
+    if (!hasContent() && furtherChildren.isEmpty()) {
+        stream << "/>" << layout_.afterClose;
+        return;
+    }
+    stream << '>' << layout_.afterOpen;
+    if (list_)
+        toXML(memberAs<QVector<QString>>(list_->member, action), stream);
+    for (const Child& child : children_) {
+        stream << '<' << child.name;
+        child.element.writeAttributes(action, parameters, stream);
+        child.element.writeContent(action, parameters, child.name, stream);
+    }
+    for (const QString& further : furtherChildren)
+        stream << further << '\n';
+    stream << "</" << name << '>' << layout_.afterClose;
+}
+
+QStringList StoredElement::unknownChildren(const XMLNode& node) const {
+    QStringList unknown;
+    node.forEachChild([&](const XMLNode& child) {
+        if (!takesChild(child.name()))
+            unknown.push_back(child.toText());
+    });
+    return unknown;
+}
+
+QVector<StoredProblem> StoredElement::check(const XMLNode& node, const QStringList& known) const {
+    QVector<StoredProblem> problems;
+    checkAttributes(node, known, problems);
+    checkContent(node, problems);
+    for (const Child& child : children_) {
+        const XMLNode element = node.getChildNode(child.name, nullptr);
+        const qsizetype first = problems.size();
+        problems += child.element.check(element);
+        placeProblems(problems, first, child.name);
+    }
+    if (problems.size() > mostProblems)
+        problems.resize(mostProblems);
+    return problems;
+}
+
+void StoredElement::checkAttributes(const XMLNode& node, const QStringList& known,
+                                    QVector<StoredProblem>& problems) const {
+    QStringList names;
+    for (const StoredAttribute& attribute : attributes_) {
+        names.push_back(QLatin1String(attribute.name));
+        const char* text = node.getAttribute(attribute.name, nullptr);
+        const char* kind = text == nullptr ? nullptr : kindMissed(attribute.kind, text);
+        if (kind != nullptr) {
+            problems.push_back({QStringLiteral("attribute '") + QLatin1String(attribute.name) +
+                                QStringLiteral("' must be ") + QLatin1String(kind) +
+                                QStringLiteral(", not ") + quoted(QString::fromUtf8(text))});
+        }
+    }
+    names += known;
+    for (int i = 0; i < node.nAttribute() && problems.size() < mostProblems; ++i) {
+        const QString name = QString::fromUtf8(node.attributeName(i));
+        if (!names.contains(name, Qt::CaseInsensitive))
+            problems.push_back(unknownName(QStringLiteral("attribute"), name, names));
+    }
+}
+
+void StoredElement::checkContent(const XMLNode& node, QVector<StoredProblem>& problems) const {
+    const QString text = QString::fromUtf8(node.getText()).simplified();
+    if (!text.isEmpty())
+        problems.push_back({QStringLiteral("unexpected text ") + quoted(text), true});
+    QStringList names;
+    for (const Child& child : children_)
+        names.push_back(QLatin1String(child.name));
+    QStringList seen;
+    node.forEachChild([&](const XMLNode& child) {
+        if (list_ || problems.size() >= mostProblems)
+            return;
+        const QString name = QString::fromUtf8(child.name());
+        if (!takesChild(child.name()))
+            problems.push_back(unknownName(QStringLiteral("child element"), name, names));
+        else if (seen.contains(name, Qt::CaseInsensitive))
+            problems.push_back({QStringLiteral("child element ") + quoted(name) +
+                                    QStringLiteral(" stands twice; only the first is read"),
+                                true});
+        else
+            seen.push_back(name);
+    });
+}

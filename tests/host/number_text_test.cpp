@@ -1,0 +1,85 @@
+// The text of the numbers in Key and Float cells.
+#include "host/number_text.h"
+
+#include "host/cell.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <random>
+#include <string>
+
+namespace {
+
+std::string textOf(double value) {
+    char out[numberTextRoom];
+    return std::string(out, static_cast<size_t>(formatFloat(value, out)));
+}
+
+std::string keyText(quint32 key) {
+    char out[numberTextRoom];
+    return std::string(out, static_cast<size_t>(formatKey(key, out)));
+}
+
+TEST(NumberText, Keys) {
+    EXPECT_EQ(keyText(0), "0");
+    EXPECT_EQ(keyText(70000), "70000");
+    EXPECT_EQ(keyText(0xFFFFFFFDu), "4294967293");
+}
+
+TEST(NumberText, FloatsInFixedNotation) {
+    EXPECT_EQ(textOf(0.0), "0");
+    EXPECT_EQ(textOf(-0.0), "-0");
+    EXPECT_EQ(textOf(1), "1");
+    EXPECT_EQ(textOf(-125), "-125");
+    EXPECT_EQ(textOf(100000), "100000");
+    EXPECT_EQ(textOf(0.1), "0.1");
+    EXPECT_EQ(textOf(1.0 / 3), "0.3333333333333333");
+    EXPECT_EQ(textOf(0.1 + 0.2), "0.30000000000000004");
+    EXPECT_EQ(textOf(123456.789), "123456.789");
+    EXPECT_EQ(textOf(9007199254740993.0), "9007199254740992");
+}
+
+TEST(NumberText, NotationChangesAtTheLimits) {
+    EXPECT_EQ(textOf(1e-4), "0.0001");
+    EXPECT_EQ(textOf(-0.00012345), "-0.00012345");
+    EXPECT_EQ(textOf(std::nextafter(1e-4, 0)), "9.999999999999999e-05");
+    EXPECT_EQ(textOf(1e-5), "1e-05");
+    EXPECT_EQ(textOf(1e15), "1000000000000000");
+    EXPECT_EQ(textOf(std::nextafter(1e16, 0)), "9999999999999998");
+    EXPECT_EQ(textOf(1e16), "1e+16");
+    EXPECT_EQ(textOf(-1.5e16), "-1.5e+16");
+    EXPECT_EQ(textOf(1e100), "1e+100");
+    EXPECT_EQ(textOf(5e-324), "5e-324");
+    EXPECT_EQ(textOf(std::numeric_limits<double>::max()), "1.7976931348623157e+308");
+}
+
+TEST(NumberText, WordsForWhatHasNoDigits) {
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(textOf(infinity), "inf");
+    EXPECT_EQ(textOf(-infinity), "-inf");
+    // No sign, whichever bits the not-a-number has.
+    EXPECT_EQ(textOf(cell::invalidFloat()), "nan");
+    EXPECT_EQ(textOf(std::numeric_limits<double>::quiet_NaN()), "nan");
+}
+
+TEST(NumberText, EveryFloatReadsBackAndHasRoom) {
+    std::mt19937_64 random(11);
+    for (int round = 0; round < 50'000; ++round) {
+        const double anywhere = std::bit_cast<double>(quint64(random()));
+        const double nearOne = std::ldexp(static_cast<double>(random()), -60);
+        for (const double value : {anywhere, nearOne}) {
+            if (std::isnan(value))
+                continue;
+            const std::string text = textOf(value);
+            EXPECT_LT(text.size(), size_t(numberTextRoom));
+            EXPECT_EQ(std::strtod(text.c_str(), nullptr), value) << text;
+            const bool fixed = std::fabs(value) >= 1e-4 && std::fabs(value) < 1e16;
+            EXPECT_EQ(text.find('e') == std::string::npos, fixed || std::isinf(value)) << text;
+        }
+    }
+}
+
+} // namespace
