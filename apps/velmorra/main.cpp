@@ -1,0 +1,21 @@
+// The program velmorra: runs graphs and single Actions on files, and tells what Actions there are.
+#include "action_command.h"
+#include "actions_command.h"
+#include "apply_command.h"
+#include "command_line.h"
+#include "run_command.h"
+
+#include <QtCore/QCoreApplication>
+
+#include <csignal>
+
+int main(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN);
+    const QCoreApplication application(argc, argv);
+    std::vector<std::unique_ptr<Command>> commands;
+    commands.push_back(std::make_unique<RunCommand>());
+    commands.push_back(std::make_unique<ApplyCommand>());
+    commands.push_back(std::make_unique<ActionsCommand>());
+    commands.push_back(std::make_unique<ActionCommand>());
+    return static_cast<int>(runCommandLine(argc, argv, commands));
+}

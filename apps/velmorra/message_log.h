@@ -1,0 +1,43 @@
+/// Messages and the progress line on standard error.
+#pragma once
+
+#include "engine/graph.h"
+#include "host/message.h"
+
+#include <mutex>
+
+enum class LogFormat { Text, Json };
+
+/// Writes each message as one text, `[1] box 3 (Join): ERROR: ...`, or as one line of JSON. A line
+/// of progress stands below the messages and is redrawn in place. Callable from any thread.
+class MessageLog : public MessageSink {
+public:
+    void setFormat(LogFormat format) { format_ = format; }
+
+    /// The graph whose boxes' labels are shown; not owned, not changed while messages come.
+    void setGraph(const velmorra::Graph* graph) { graph_ = graph; }
+
+    void take(const Message& message) override;
+
+    /// What is wrong with a graph or an element, as messages. True when there was an error.
+    bool takeProblems(const QVector<velmorra::GraphProblem>& problems);
+
+    /// Draws the line over the earlier one; an empty text removes it.
+    void showProgress(const QString& line);
+
+    /// Removes the line of progress unless another thread is writing, for a program that is about
+    /// to end without waiting.
+    void abandonProgress();
+
+    /// Writes a line that stays.
+    void writeLine(const QByteArray& line);
+
+private:
+    QByteArray boxTitleOf(const Message& message) const;
+    QByteArray formatted(const Message& message) const;
+
+    std::mutex mutex_;
+    LogFormat format_ = LogFormat::Text;
+    const velmorra::Graph* graph_ = nullptr;
+    QByteArray progress_; ///< what is drawn now
+};

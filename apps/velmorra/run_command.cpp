@@ -1,0 +1,52 @@
+// Unknown attributes are warnings here: a graph written by a newer program still runs.
+#include "run_command.h"
+
+#include "run_monitor.h"
+
+#include "engine/graph_file.h"
+#include "host/main_ui.h"
+
+#include <CLI/CLI.hpp>
+
+namespace {
+
+const char* const help = R"(Examples:
+  velmorra run prices.vgraph
+  velmorra run prices.vgraph --set year=2024 --log json 2> prices.log
+
+A leading :/ in a file name of the graph stands for the graph's folder, ${year} for
+the parameter year. An output file appears whole when the run has succeeded; until
+then, and after a failure, the earlier file stays as it was.)";
+
+} // namespace
+
+void RunCommand::declare(CLI::App& app) {
+    app.add_option("GRAPH", graph_, "the graph file (.vgraph)")->type_name("");
+    settings_.declare(app);
+    app.footer(help);
+}
+
+ExitStatus RunCommand::execute() {
+    if (graph_.empty())
+        return wrongUsage(QStringLiteral("run needs a GRAPH, the name of a graph file"));
+    if (const QString error = settings_.read(); !error.isNull())
+        return wrongUsage(error);
+
+    MessageLog log;
+    log.setFormat(settings_.logFormat);
+    const WindowlessMainUI ui(log);
+    velmorra::ActionCatalog catalog;
+    if (const QString error = catalog.load(); !error.isNull()) {
+        log.take({1, error, {}, {}});
+        return ExitStatus::NotLoadable;
+    }
+    velmorra::GraphLoad load = velmorra::loadGraph(textOf(graph_), catalog, settings_.parameters);
+    if (settings_.strict) {
+        for (velmorra::GraphProblem& problem : load.problems)
+            problem.isError = true;
+    }
+    log.takeProblems(load.problems);
+    if (!load.isRunnable())
+        return ExitStatus::NotLoadable;
+    return executeRun(*load.graph, log, settings_);
+}
