@@ -120,7 +120,7 @@ inline qsizetype textCellBytes(qsizetype units) {
 /// Bytes of a String cell, length field included.
 inline qsizetype textBytes(const uchar* cell) {
     const TextView view = text(cell);
-    return view.length < 2 ? 1 : (view.chars - cell) + 2 * qsizetype(view.length - 1);
+    return view.isNull() ? 1 : (view.chars - cell) + 2 * qsizetype(view.length - 1);
 }
 
 /// Bytes of a cell of a column with this meta type.

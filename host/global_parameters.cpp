@@ -28,7 +28,7 @@ const QString* GlobalParameters::find(QStringView name) const {
 
 QString GlobalParameters::expandString(const QString& text) const {
     const QStringView view(text);
-    QString expanded;
+    QString expanded = QStringLiteral(""); // what isn't null expands to no null
     qsizetype copied = 0;
     qsizetype close = -1;
     for (qsizetype open = view.indexOf(u"${"); open >= 0;) {
@@ -63,7 +63,9 @@ QString GlobalParameters::expandFile(const QString& file) const {
 QString GlobalParameters::contractFile(const QString& file) const {
     if (graphFolder_.isEmpty() || !QDir::isAbsolutePath(file))
         return file;
-    const QString folder = QDir::cleanPath(QDir(graphFolder_).absolutePath()) + QLatin1Char('/');
+    QString folder = QDir::cleanPath(QDir(graphFolder_).absolutePath());
+    if (!folder.endsWith(QLatin1Char('/')))
+        folder += QLatin1Char('/');
     const QString name = QDir::cleanPath(file);
     return name.startsWith(folder) ? QLatin1String(":/") + name.mid(folder.size()) : file;
 }

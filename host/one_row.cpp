@@ -214,13 +214,17 @@ void OneRow::setColName(int column, const QString& name) {
 }
 
 void OneRow::setMetaType(int column, const MetaInfo& type) {
+    const bool wasNull = cells[column] == cell::nullCell(meta_.types[column].type);
     meta_.types[column] = type;
     fresh_ = false;
+    // The one byte of a null text is too short to be read as the null of another form.
+    if (wasNull)
+        setNull(column);
 }
 
 void OneRow::setMetaData(const QVector<MetaInfo>& types) {
-    meta_.types = types;
-    meta_.types.resize(columns);
+    for (int i = 0; i < columns; ++i)
+        setMetaType(i, types.value(i));
     fresh_ = false;
 }
 
@@ -264,7 +268,11 @@ int OneRow::indexOfColumnFrom(const QString& name, int from) const {
     }
     if (!nameIndex_)
         buildNameIndex();
-    int column = nameIndex_->first.value(name, -1);
+    // Who asks for one occurrence after the other starts right behind the last one: going through
+    // all that came before each time would take the square of their number.
+    const bool behindSameName = from > 0 && meta_.names[from - 1] == name;
+    int column = behindSameName ? nameIndex_->next[static_cast<size_t>(from - 1)]
+                                : nameIndex_->first.value(name, -1);
     while (column >= 0 && column < from)
         column = nameIndex_->next[static_cast<size_t>(column)];
     return column;

@@ -9,6 +9,7 @@
 
 #include <QtCore/QHash>
 
+#include <algorithm>
 #include <memory>
 
 class VELMORRA_CORE OneRow {
@@ -83,12 +84,13 @@ public:
             return;
         }
         const qint32 shared = row.columns < columns ? row.columns : columns;
-        std::memcpy(cells, row.cells, sizeof(*cells) * static_cast<size_t>(shared));
+        std::copy_n(row.cells, shared, cells);
     }
 
     /// Columns added are nameless text columns of null cells.
     void setNumberOfColumns(int number);
     void setColName(int column, const QString& name);
+    /// A null cell of the row itself becomes the null of the new type; any other cell stays.
     void setMetaType(int column, const MetaInfo& type);
     void setMetaData(const QVector<MetaInfo>& types);
     void setSortInfos(const QVector<SortInfos>& sort);

@@ -24,6 +24,16 @@ public:
 #endif
     }
 
+    /// Waits at most `milliseconds`. False when there were not enough permits.
+    bool tryAcquire(int n, int milliseconds) {
+        const bool acquired = QSemaphore::tryAcquire(n, milliseconds);
+#if defined(__SANITIZE_THREAD__)
+        if (acquired)
+            __tsan_acquire(this);
+#endif
+        return acquired;
+    }
+
     void release(int n = 1) {
 #if defined(__SANITIZE_THREAD__)
         __tsan_release(this);

@@ -68,7 +68,7 @@ public:
     struct Child;
 
     /// `formatVersion` is the format version that the element needs.
-    explicit StoredElement(double formatVersion) : version_(formatVersion) {}
+    explicit StoredElement(double formatVersion);
 
     /// The version where it depends on what is stored.
     template <class Action>
@@ -136,11 +136,7 @@ public:
 
     /// A child element that holds a list: `<name>` entries `</name>`.
     template <auto Member>
-    StoredElement& childList(const char* name, const char* meaning, StoredLayout layout = {}) {
-        StoredElement element(0);
-        element.list<Member>(name, meaning, layout);
-        return child(name, std::move(element));
-    }
+    StoredElement& childList(const char* name, const char* meaning, StoredLayout layout = {});
 
     /// A child element with attributes, and a list or children of its own.
     StoredElement& child(const char* name, StoredElement element);
@@ -227,3 +223,15 @@ struct StoredElement::Child {
     const char* name;
     StoredElement element;
 };
+
+// Behind Child, since these need that type whole.
+
+inline StoredElement::StoredElement(double formatVersion) : version_(formatVersion) {}
+
+template <auto Member>
+StoredElement& StoredElement::childList(const char* name, const char* meaning,
+                                        StoredLayout layout) {
+    StoredElement element(0);
+    element.list<Member>(name, meaning, layout);
+    return child(name, std::move(element));
+}

@@ -30,7 +30,7 @@ protected:
     }
 
     RunOutcome run() {
-        Run running(graph, messages, options);
+        velmorra::Run running(graph, messages, options);
         return running.execute();
     }
 
@@ -293,7 +293,7 @@ TEST_P(RunTest, aCancelEndsAnEndlessRunSoonAndSilently) {
         return box.fail(QStringLiteral("the input ended"));
     };
     link(source, add(draining));
-    Run running(graph, messages, options);
+    velmorra::Run running(graph, messages, options);
     std::chrono::steady_clock::time_point cancelled;
     std::thread canceller([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -367,7 +367,7 @@ TEST(EmptyTables, keepTheirColumnsAlongAChain) {
         graph.addLink({one, 0, two, 0});
         graph.addLink({names, 0, two, 1});
         graph.addLink({two, 0, sink, 0});
-        Run running(graph, messages);
+        velmorra::Run running(graph, messages);
         EXPECT_EQ(running.execute(), RunOutcome::Done);
         EXPECT_EQ(columns.names.size(), 1 + 2 * extra);
         EXPECT_EQ(columns.types.value(0).type, MetaTypeKey);
@@ -388,7 +388,7 @@ TEST(EmptyTables, aProbeThatFailsIsOneWarning) {
     const int box = addScript(graph, failing);
     graph.addLink({source, 0, box, 0});
     graph.addLink({box, 0, addScript(graph, columnsAtEnd(columns)), 0});
-    Run running(graph, messages);
+    velmorra::Run running(graph, messages);
     EXPECT_EQ(running.execute(), RunOutcome::Done);
     EXPECT_TRUE(columns.names.isEmpty());
     EXPECT_EQ(messages.lines,

@@ -1,0 +1,45 @@
+#include "plugin/factory.h"
+
+#include "actions/aggregate/accumulator.h"
+#include "actions/shape/column_rename.h"
+#include "actions/shape/select_columns.h"
+#include "plugin/catalogue.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+struct Registration {
+    ActionIndex index;
+    ActionItem* (*make)(const XMLNode&, GlobalParameters*);
+};
+
+template <class Action>
+constexpr Registration registered() {
+    return {Action::catalogueIndex, &makeAction<Action>};
+}
+
+// In the order of the catalogue.
+constexpr Registration registrations[] = {
+    registered<SelectColumns>(),
+    registered<ColumnRename>(),
+    registered<Accumulator>(),
+};
+
+constexpr bool comesBefore(const Registration& a, const Registration& b) {
+    return a.index < b.index;
+}
+
+static_assert(std::is_sorted(std::begin(registrations), std::end(registrations), comesBefore));
+
+} // namespace
+
+ActionItem* newPrototype(unsigned index) {
+    const Registration wanted{static_cast<ActionIndex>(index), nullptr};
+    const auto* const found =
+        std::lower_bound(std::begin(registrations), std::end(registrations), wanted, comesBefore);
+    if (found == std::end(registrations) || found->index != wanted.index)
+        return nullptr;
+    return found->make(XMLNode::emptyNode(), nullptr);
+}
