@@ -1,10 +1,13 @@
 #include "tests/harness/case_run.h"
 
 #include "engine/element_text.h"
+#include "engine/row_deal.h"
 #include "host/main_ui.h"
 #include "tests/harness/typed_table.h"
 
 #include <QtCore/QFileInfo>
+
+#include <algorithm>
 
 namespace harness {
 
@@ -56,6 +59,25 @@ void runGraph(CaseGraph& built, CollectedLog& log, Circumstance circumstance, Ca
         Run graphRun(built.graph, log, optionsOf(circumstance));
         result.outcome = graphRun.execute();
     }
+}
+
+/// Whether no value of the column comes back behind another one. If one does, an Action that goes
+/// by runs of equal values may give other rows when workers share the table.
+bool standsTogether(const PackedTable& table, int column) {
+    OneRow row;
+    row.setShape(table.shape);
+    QVector<QString> seen;
+    for (size_t place = 0; place < table.rows(); ++place) {
+        table.read(place, row);
+        const QString value = detach(row.colForHash(column));
+        const auto isValue = [&](const QString& other) { return isSameValue(other, value); };
+        if (!seen.isEmpty() && isValue(seen.back()))
+            continue;
+        if (std::any_of(seen.begin(), seen.end(), isValue))
+            return false;
+        seen.push_back(value);
+    }
+    return true;
 }
 
 CaseResult runParallel(const Case& run, const ActionCatalog& catalog, int copies) {
@@ -225,16 +247,17 @@ bool answersParallel(const Case& run, const ActionCatalog& catalog,
 }
 
 std::optional<QString> parallelPartition(const Case& run, const ActionCatalog& catalog) {
-    if (run.elements.size() != 1)
+    const auto main = run.inputs.find({0, 0});
+    if (run.elements.size() != 1 || main == run.inputs.end() || main->second->rows() == 0)
         return {};
     if (answersParallel(run, catalog, {}))
         return QString();
-    const auto main = run.inputs.find({0, 0});
-    if (main == run.inputs.end())
-        return {};
-    for (const QString& column : main->second->shape.names) {
-        if (!column.isEmpty() && answersParallel(run, catalog, column))
-            return column;
+    const QVector<QString>& names = main->second->shape.names;
+    for (int column = 0; column < names.size(); ++column) {
+        const bool usable = !names[column].isEmpty() && names.indexOf(names[column]) == column &&
+                            standsTogether(*main->second, column);
+        if (usable && answersParallel(run, catalog, names[column]))
+            return names[column];
     }
     return {};
 }
