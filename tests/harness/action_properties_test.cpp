@@ -110,8 +110,10 @@ Case defaultCase(const ActionItem& action, const char* table) {
     Case run;
     run.file = QStringLiteral(VELMORRA_SOURCE_DIR "/tests/cases/default.case");
     run.elements = {QLatin1Char('<') + QLatin1String(action.actionName()) + QLatin1String("/>")};
+    const TypedTable parsed = parseTypedTable(QLatin1String(table));
+    EXPECT_EQ(parsed.error.toStdString(), "");
     for (int pin = 0; pin < action.nPinIn; ++pin)
-        run.inputs[{0, pin}] = parseTypedTable(QLatin1String(table)).table;
+        run.inputs[{0, pin}] = parsed.table;
     return run;
 }
 
@@ -183,7 +185,7 @@ TEST(EveryAction, EmptyInputOnAllPinsEndsAndAFailureSaysWhy) {
     });
 }
 
-/// Runs a case on rows that never end; `whenToCancel` waits for the moment.
+/// Runs a case on rows that never end, cancelled before the first step or a little later.
 RunOutcome runEndless(const Case& run, bool cancelFirst) {
     CaseGraph built;
     SourceHabits habits;
@@ -209,11 +211,11 @@ RunOutcome runEndless(const Case& run, bool cancelFirst) {
 }
 
 TEST(EveryAction, CancelledRunEnds) {
-    constexpr size_t casesPerAction = 6;
     forEachAction([](const ActionItem& prototype) {
+        constexpr size_t casesPerAction = 6;
         std::vector<Case> cases = streamingCases(prototype);
         cases.resize(std::min(cases.size(), casesPerAction));
-        cases.push_back(defaultCase(prototype, "a:K,b:F,c:U\n1,2,x\n"));
+        cases.push_back(defaultCase(prototype, "a:K,b:F,c:U\n1,2,x"));
         for (const Case& run : cases) {
             SCOPED_TRACE(run.sentence.toStdString());
             mustEnd(prototype.actionName(), "a run cancelled before its first step", [&] {
@@ -257,16 +259,13 @@ void failInMaster(const ActionItem& prototype, Case run) {
         const ParallelResult result =
             runParallelSection(*elements.front(), inputs, log, {3, {}, 1});
         EXPECT_EQ(result.defect.toStdString(), "");
-        // What a copy could say, the master has said.
-        if (result.outcome == RunOutcome::Failed && !log.master.isEmpty())
-            EXPECT_EQ(log.copies.join(QLatin1Char('\n')).toStdString(), "");
     });
 }
 
 TEST(EveryAction, FailureInTheMasterReleasesTheWaitingCopies) {
     forEachAction([](const ActionItem& prototype) {
         std::vector<Case> cases = streamingCases(prototype);
-        cases.push_back(defaultCase(prototype, "a:K,b:F,c:U\n1,2,x\n3,4,y\n5,6,z\n7,8,\n"));
+        cases.push_back(defaultCase(prototype, "a:K,b:F,c:U\n1,2,x\n3,4,y\n5,6,z\n7,8,"));
         for (const Case& run : cases) {
             if (!parallelPartition(run, testCatalog()))
                 continue;

@@ -44,15 +44,22 @@ bool isFatal(const ElementProblem& problem, const QString& element) {
     return problem.kind != ElementProblem::Kind::Setting || !element.startsWith(QLatin1Char('<'));
 }
 
-void runGraph(CaseGraph& built, CollectedLog& log, Circumstance circumstance, CaseResult& result) {
+/// Asks for the columns of the expected pins, with the messages held back.
+void askColumns(const CaseGraph& built, CaseResult& result) {
+    CollectedLog heldBack;
+    RunContext context{&heldBack, nullptr};
+    const RunContextScope scope(&context);
     for (const auto& [place, sink] : built.sinks) {
-        if (circumstance != Circumstance::ColumnsFirst)
-            break;
         const PinColumns columns = columnsOfPin(
             built.graph, built.elements[static_cast<size_t>(place.element)], place.pin);
         if (columns.error.isEmpty())
             result.columns[place] = typedHeader(columns.shape);
     }
+}
+
+void runGraph(CaseGraph& built, CollectedLog& log, Circumstance circumstance, CaseResult& result) {
+    if (circumstance == Circumstance::ColumnsFirst)
+        askColumns(built, result);
     const QStringList ofConstructors = log.master;
     for (int runs = circumstance == Circumstance::TwoRuns ? 2 : 1; runs > 0; --runs) {
         log.master = ofConstructors;
