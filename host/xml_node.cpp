@@ -88,17 +88,6 @@ public:
     QByteArray text;
 };
 
-XMLNode::Parsed failedAt(const QByteArray& text, qsizetype offset, const QString& error) {
-    const qsizetype place = std::clamp<qsizetype>(offset, 0, text.size());
-    const auto begin = text.begin();
-    XMLNode::Parsed parsed;
-    parsed.error = error;
-    parsed.line = 1 + static_cast<int>(std::count(begin, begin + place, '\n'));
-    const qsizetype lineStart = place == 0 ? 0 : text.lastIndexOf('\n', place - 1) + 1;
-    parsed.column = 1 + static_cast<int>(place - lineStart);
-    return parsed;
-}
-
 std::string_view trimmed(const char* text) {
     constexpr const char* blanks = " \t\r\n";
     std::string_view view = text;
@@ -135,18 +124,24 @@ pugi::xml_node XMLNode::node() const {
 }
 
 XMLNode::Parsed XMLNode::parse(const QByteArray& text) {
-    const XMLFault fault = findXMLFault({text.constData(), static_cast<size_t>(text.size())});
-    if (!fault.text.isEmpty())
-        return failedAt(text, fault.offset, fault.text);
+    Parsed parsed;
+    const XMLFault fault = findXMLFault(text);
+    if (!fault.text.isEmpty()) {
+        parsed.error = fault.text;
+        parsed.line = fault.line;
+        parsed.column = fault.column;
+        return parsed;
+    }
     auto tree = std::make_shared<pugi::xml_document>();
     const pugi::xml_parse_result result = tree->load_buffer(
         text.constData(), static_cast<size_t>(text.size()),
         pugi::parse_cdata | pugi::parse_escapes | pugi::parse_eol | pugi::parse_ws_pcdata,
         pugi::encoding_utf8);
-    if (!result)
-        return failedAt(text, result.offset, QString::fromUtf8(result.description()));
+    if (!result) {
+        parsed.error = QString::fromUtf8(result.description());
+        return parsed;
+    }
     pugi::xml_node_struct* root = tree->document_element().internal_object();
-    Parsed parsed;
     parsed.root = XMLNode(std::move(tree), root);
     return parsed;
 }
@@ -212,7 +207,8 @@ QString XMLNode::toText() const {
     StringWriter writer;
     node().print(writer, "", pugi::format_raw | pugi::format_attribute_single_quote,
                  pugi::encoding_utf8);
-    return QString::fromUtf8(writer.text);
+    // The printer leaves a carriage return in a text as it is, where a parser makes a line feed of it.
+    return QString::fromUtf8(writer.text.replace("\r", "&#13;"));
 }
 
 qsizetype XMLNode::offset() const {

@@ -21,6 +21,10 @@ public:
         : ActionItem(element, parameters) {
         readStored(declaration());
     }
+    /// For one that stores something else.
+    Everything(const XMLNode& element, const StoredElement& other) : ActionItem(element, nullptr) {
+        readStored(other);
+    }
 
     static double versionOf(const Everything& action) { return action.flag ? 4.16 : 2.08; }
 
@@ -71,18 +75,14 @@ public:
 /// An Action with a list of its own, indented, or nothing but an attribute.
 class Listing : public Everything {
 public:
-    explicit Listing(const XMLNode& element) : Everything(element, nullptr) {
-        readStored(listing());
-    }
+    explicit Listing(const XMLNode& element) : Everything(element, listing()) {}
     static const StoredElement& listing() {
         static const StoredElement element =
-            StoredElement(2.08).list<&Listing::entries>("entries", "", {"\n  ", "\n"});
+            StoredElement(2.08).list<&Listing::columns>("entries", "", {"\n  ", "\n"});
         return element;
     }
     const char* actionName() const override { return "Listing"; }
     const StoredElement& storedElement() const override { return listing(); }
-
-    QStringList entries;
 };
 
 XMLNode parsed(const QByteArray& text) {
