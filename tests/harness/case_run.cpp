@@ -198,17 +198,18 @@ void buildGraph(CaseGraph& built, const Case& run, const ActionCatalog& catalog,
             graph.addBox(std::make_unique<TableSource>(table, habits, &graph.parameters));
         graph.addLink({source, 0, built.elements[static_cast<size_t>(place.element)], place.pin});
     }
-    const auto addSink = [&](const Place& place) {
+    const auto addSink = [&](const Place& place, bool asksColumns = true) {
         auto sink = std::make_unique<TableSink>(&graph.parameters);
+        sink->asksColumns = asksColumns;
         if (!built.sinks.try_emplace(place, sink.get()).second)
             return;
         const int box = graph.addBox(std::move(sink));
         graph.addLink({built.elements[static_cast<size_t>(place.element)], place.pin, box, 0});
     };
-    for (const auto& [place, expected] : run.outputs)
-        addSink(place);
     for (const auto& [place, expected] : run.columns)
         addSink(place);
+    for (const auto& [place, expected] : run.outputs)
+        addSink(place, !expected.nothing);
     for (int pin = 0; allPins && pin < pinsOut; ++pin)
         addSink({last, pin});
     for (const GraphProblem& problem : graph.checkWiring())
