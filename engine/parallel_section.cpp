@@ -1,5 +1,6 @@
 #include "engine/parallel_section.h"
 
+#include "engine/row_deal.h"
 #include "host/main_ui.h"
 
 #include <algorithm>
@@ -12,58 +13,6 @@
 namespace velmorra {
 
 namespace {
-
-/// Which rows of pin 0 go to which worker, and to which run of equal partition values each row
-/// belongs (without a partition column every row is a run of its own).
-struct Deal {
-    std::vector<std::vector<size_t>> rowsOf; ///< by worker, in order
-    std::vector<size_t> runOfRow;
-    std::vector<QString> valueOfRun; ///< empty without a partition column
-};
-
-/// The same for equal values, in every process.
-size_t hashOf(const QString& value) {
-    quint64 hash = value.isNull() ? 1 : 14695981039346656037ull;
-    for (const QChar unit : value)
-        hash = (hash ^ unit.unicode()) * 1099511628211ull;
-    return static_cast<size_t>(hash ^ (hash >> 32));
-}
-
-/// Null and the empty text are two values, which Qt takes for one.
-bool isSameValue(const QString& a, const QString& b) {
-    return a.isNull() == b.isNull() && a == b;
-}
-
-Deal dealBatches(size_t rows, size_t workers, size_t batch) {
-    Deal deal;
-    deal.rowsOf.resize(workers);
-    deal.runOfRow.resize(rows);
-    for (size_t row = 0; row < rows; ++row) {
-        deal.rowsOf[row / batch % workers].push_back(row);
-        deal.runOfRow[row] = row;
-    }
-    return deal;
-}
-
-Deal dealPartitions(const PackedTable& table, int column, size_t workers) {
-    Deal deal;
-    deal.rowsOf.resize(workers);
-    OneRow row;
-    row.setShape(table.shape);
-    size_t first = 0;
-    for (size_t place = 0; place < table.rows(); ++place) {
-        table.read(place, row);
-        const QString value = row.colForHash(column);
-        const size_t hash = hashOf(value) % workers;
-        if (place == 0)
-            first = hash;
-        if (deal.valueOfRun.empty() || !isSameValue(deal.valueOfRun.back(), value))
-            deal.valueOfRun.push_back(detach(value));
-        deal.rowsOf[(hash + workers - first) % workers].push_back(place);
-        deal.runOfRow.push_back(deal.valueOfRun.size() - 1);
-    }
-    return deal;
-}
 
 class Worker;
 
@@ -86,7 +35,7 @@ struct Output {
 /// The master or a copy, with its pins and what it has made.
 class Worker {
 public:
-    Worker(ActionItem& action, const std::vector<const PackedTable*>& inputs, const Deal& deal,
+    Worker(ActionItem& action, const std::vector<const PackedTable*>& inputs, const RowDeal& deal,
            size_t place, const QString& partitionColumn)
         : outputs(static_cast<size_t>(action.nPinOut)),
           action_(action),
@@ -219,7 +168,7 @@ private:
     }
 
     ActionItem& action_;
-    const Deal& deal_;
+    const RowDeal& deal_;
     const std::vector<size_t>& rows_;
     QString partitionColumn_;
     std::vector<SectionPin> inPins_;
@@ -262,7 +211,7 @@ PackedTable merge(const std::vector<std::unique_ptr<Worker>>& workers, size_t pi
 class Section {
 public:
     Section(ActionItem& master, const std::vector<const PackedTable*>& inputs, MessageSink& sink,
-            const Deal& deal, const ParallelOptions& options)
+            const RowDeal& deal, const ParallelOptions& options)
         : sink_(sink),
           outerGroup_(master.parallelGroup) {
         masterGroup_.workerCount = options.copies;
@@ -326,7 +275,7 @@ public:
 
 private:
     void addWorker(ActionItem& action, const std::vector<const PackedTable*>& inputs,
-                   const Deal& deal, const ParallelOptions& options) {
+                   const RowDeal& deal, const ParallelOptions& options) {
         workers_.push_back(std::make_unique<Worker>(action, inputs, deal, workers_.size(),
                                                     options.partitionColumn));
     }
@@ -394,7 +343,7 @@ ParallelResult runParallelSection(ActionItem& master, const std::vector<const Pa
     const PackedTable& main =
         inputs.empty() || inputs.front() == nullptr ? noTable : *inputs.front();
     const size_t workers = static_cast<size_t>(options.copies) + 1;
-    Deal deal;
+    RowDeal deal;
     if (options.partitionColumn.isEmpty() || main.rows() == 0) {
         deal =
             dealBatches(main.rows(), workers, static_cast<size_t>(std::max(1, options.batchRows)));

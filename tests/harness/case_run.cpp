@@ -1,10 +1,13 @@
 #include "tests/harness/case_run.h"
 
 #include "engine/element_text.h"
+#include "engine/row_deal.h"
 #include "host/main_ui.h"
 #include "tests/harness/typed_table.h"
 
 #include <QtCore/QFileInfo>
+
+#include <algorithm>
 
 namespace harness {
 
@@ -41,21 +44,47 @@ bool isFatal(const ElementProblem& problem, const QString& element) {
     return problem.kind != ElementProblem::Kind::Setting || !element.startsWith(QLatin1Char('<'));
 }
 
-void runGraph(CaseGraph& built, CollectedLog& log, Circumstance circumstance, CaseResult& result) {
+/// Asks for the columns of the expected pins, with the messages held back.
+void askColumns(const CaseGraph& built, CaseResult& result) {
+    CollectedLog heldBack;
+    RunContext context{&heldBack, nullptr};
+    const RunContextScope scope(&context);
     for (const auto& [place, sink] : built.sinks) {
-        if (circumstance != Circumstance::ColumnsFirst)
-            break;
         const PinColumns columns = columnsOfPin(
             built.graph, built.elements[static_cast<size_t>(place.element)], place.pin);
         if (columns.error.isEmpty())
             result.columns[place] = typedHeader(columns.shape);
     }
+}
+
+void runGraph(CaseGraph& built, CollectedLog& log, Circumstance circumstance, CaseResult& result) {
+    if (circumstance == Circumstance::ColumnsFirst)
+        askColumns(built, result);
     const QStringList ofConstructors = log.master;
     for (int runs = circumstance == Circumstance::TwoRuns ? 2 : 1; runs > 0; --runs) {
         log.master = ofConstructors;
         Run graphRun(built.graph, log, optionsOf(circumstance));
         result.outcome = graphRun.execute();
     }
+}
+
+/// Whether no value of the column comes back behind another one. If one does, an Action that goes
+/// by runs of equal values may give other rows when workers share the table.
+bool standsTogether(const PackedTable& table, int column) {
+    OneRow row;
+    row.setShape(table.shape);
+    QVector<QString> seen;
+    for (size_t place = 0; place < table.rows(); ++place) {
+        table.read(place, row);
+        const QString value = detach(row.colForHash(column));
+        const auto isValue = [&](const QString& other) { return isSameValue(other, value); };
+        if (!seen.isEmpty() && isValue(seen.back()))
+            continue;
+        if (std::any_of(seen.begin(), seen.end(), isValue))
+            return false;
+        seen.push_back(value);
+    }
+    return true;
 }
 
 CaseResult runParallel(const Case& run, const ActionCatalog& catalog, int copies) {
@@ -169,17 +198,18 @@ void buildGraph(CaseGraph& built, const Case& run, const ActionCatalog& catalog,
             graph.addBox(std::make_unique<TableSource>(table, habits, &graph.parameters));
         graph.addLink({source, 0, built.elements[static_cast<size_t>(place.element)], place.pin});
     }
-    const auto addSink = [&](const Place& place) {
+    const auto addSink = [&](const Place& place, bool asksColumns = true) {
         auto sink = std::make_unique<TableSink>(&graph.parameters);
+        sink->asksColumns = asksColumns;
         if (!built.sinks.try_emplace(place, sink.get()).second)
             return;
         const int box = graph.addBox(std::move(sink));
         graph.addLink({built.elements[static_cast<size_t>(place.element)], place.pin, box, 0});
     };
-    for (const auto& [place, expected] : run.outputs)
-        addSink(place);
     for (const auto& [place, expected] : run.columns)
         addSink(place);
+    for (const auto& [place, expected] : run.outputs)
+        addSink(place, !expected.nothing);
     for (int pin = 0; allPins && pin < pinsOut; ++pin)
         addSink({last, pin});
     for (const GraphProblem& problem : graph.checkWiring())
@@ -225,16 +255,17 @@ bool answersParallel(const Case& run, const ActionCatalog& catalog,
 }
 
 std::optional<QString> parallelPartition(const Case& run, const ActionCatalog& catalog) {
-    if (run.elements.size() != 1)
+    const auto main = run.inputs.find({0, 0});
+    if (run.elements.size() != 1 || main == run.inputs.end() || main->second->rows() == 0)
         return {};
     if (answersParallel(run, catalog, {}))
         return QString();
-    const auto main = run.inputs.find({0, 0});
-    if (main == run.inputs.end())
-        return {};
-    for (const QString& column : main->second->shape.names) {
-        if (!column.isEmpty() && answersParallel(run, catalog, column))
-            return column;
+    const QVector<QString>& names = main->second->shape.names;
+    for (int column = 0; column < names.size(); ++column) {
+        const bool usable = !names[column].isEmpty() && names.indexOf(names[column]) == column &&
+                            standsTogether(*main->second, column);
+        if (usable && answersParallel(run, catalog, names[column]))
+            return names[column];
     }
     return {};
 }

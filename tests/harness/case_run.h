@@ -76,7 +76,7 @@ CaseResult runCase(const Case& run, const velmorra::ActionCatalog& catalog,
                    Circumstance circumstance, bool allPins = false);
 
 /// Whether the case's one element may run as a master and copies, and with which partition column
-/// of pin 0; null when it may not.
+/// of pin 0; null when it may not, or there is no row to share.
 std::optional<QString> parallelPartition(const Case& run, const velmorra::ActionCatalog& catalog);
 
 /// What canRunInParallel of the case's first element answers.

@@ -81,8 +81,8 @@ public:
     /// Rows taken so far; callable from another thread.
     size_t rowsTaken() const { return rowsTaken_; }
 
-    /// Counts rows without keeping them.
-    bool keepRows = true;
+    bool keepRows = true;    ///< else they are only counted
+    bool asksColumns = true; ///< of a table without rows
 
 private:
     bool firstStep();

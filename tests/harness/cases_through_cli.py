@@ -1,0 +1,196 @@
+#!/usr/bin/env python3
+"""Runs the case files through the real command line, once.
+
+    cases_through_cli.py VELMORRA [CASES]
+
+VELMORRA is the program, CASES a case file or a folder of them (default: tests/cases). Of each case
+with an expectation about a run, the tables go to files, `VELMORRA apply` runs the elements on them,
+and the output tables, the messages and the exit status are compared.
+"""
+
+import re
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+EXPECTATIONS = {"out", "log", "fails"}
+SECONDS = 60
+
+# What the command line puts behind the level to say which box speaks.
+BOX = re.compile(r"^(\[\d+\] )box \S+ (?:'.*?' )?\([^)]*\): ")
+
+# Said by the engine where a file is asked for the columns of a table that has none; a case that
+# expects no row doesn't ask.
+NO_COLUMNS = "the columns of its empty table can't be told"
+
+
+class Case:
+    def __init__(self, path, line, sentence):
+        self.where = f"{path}:{line}: {sentence}"
+        self.folder = path.parent
+        self.sections = []  # (title words, body)
+
+    def all(self, kind):
+        return [(title, body) for title, body in self.sections if title[0] == kind]
+
+    def body(self, kind):
+        found = self.all(kind)
+        return found[0][1] if found else ""
+
+    def tells_of_a_run(self):
+        return any(title[0] in EXPECTATIONS for title, _ in self.sections)
+
+
+def read_cases(path):
+    cases, body = [], None
+    for number, line in enumerate(path.read_bytes().decode().split("\n"), 1):
+        if line.startswith("== "):
+            cases.append(Case(path, number, line[3:].strip()))
+            body = None
+        elif line.startswith("-- ") and cases:
+            body = []
+            cases[-1].sections.append((line[3:].strip().split(" "), body))
+        elif body is not None:
+            body.append(line)
+    for case in cases:
+        case.sections = [(title, "\n".join(body).rstrip("\n")) for title, body in case.sections]
+    return cases
+
+
+def fields_of(text):
+    """Records of a typed CSV text: lists of (text, quoted)."""
+    records, record, at = [], [], 0
+    while text and at <= len(text):
+        field, quoted = [], text[at : at + 1] == '"'
+        if quoted:
+            at += 1
+            while not (text[at] == '"' and text[at + 1 : at + 2] != '"'):
+                at += 1 if text[at] == '"' else 0
+                field.append(text[at])
+                at += 1
+            at += 1
+        while at < len(text) and text[at] not in ",\n":
+            field.append(text[at])
+            at += 1
+        record.append(("".join(field), quoted))
+        if at >= len(text) or text[at] == "\n":
+            records.append(record)
+            record = []
+        at += 1
+    return records
+
+
+def value_of(field, column_type):
+    """A cell, so that two spellings of one value are the same; None is null."""
+    text, quoted = field
+    if not text and not quoted:
+        return None
+    if column_type == "U":
+        return text
+    return repr(float(text)) if column_type == "F" else str(int(text))
+
+
+def table_of(text):
+    """The header's cells, and the rows as values."""
+    records = fields_of(text)
+    if not records:
+        return [[]]
+    header = [name for name, _ in records[0]]
+    types = [re.search(r":([KFU])(?::[^:]\d+)?$", name) for name in header]
+    rows = [[value_of(f, t[1] if t else "U") for f, t in zip(r, types)] for r in records[1:]]
+    return [header] + rows
+
+
+def without_one_line_feed(text):
+    return text[:-1] if text.endswith("\n") else text
+
+
+def place(title, elements, default):
+    """`[N.]PIN` of a section's title, with its element named."""
+    return title[1] if "." in title[1] else f"{default if default else elements}.{title[1]}"
+
+
+def run_case(program, case, folder):
+    """What is wrong with the case; an empty list when nothing is."""
+    elements = [body for _, body in case.all("element")]
+    command = [program, "apply", *elements, "--typed", "--progress", "never"]
+    for title, body in case.all("in"):
+        path = folder / f"in_{title[1]}.csv"
+        path.write_bytes((body + "\n").encode() if body else b"")
+        command += ["--in", f"{place(title, len(elements), 1)}={path}"]
+    for title, _ in case.all("param"):
+        command += ["--set", " ".join(title[1:])]
+    outputs = []
+    for title, body in case.all("out"):
+        path = folder / f"out_{title[1]}.csv"
+        command += ["--out", f"{place(title, len(elements), None)}={path}"]
+        outputs.append((title, body, path))
+    try:
+        ran = subprocess.run(
+            command, stdin=subprocess.DEVNULL, capture_output=True, cwd=case.folder, timeout=SECONDS
+        )
+    except subprocess.TimeoutExpired:
+        return [f"doesn't end within {SECONDS} s"]
+    problems = compare(case, ran, outputs)
+    return problems and problems + ["command: " + " ".join(map(repr, command))]
+
+
+def compare(case, ran, outputs):
+    problems = []
+    fails = bool(case.all("fails"))
+    if ran.returncode != (1 if fails else 0):
+        problems.append(f"exit status {ran.returncode}")
+    messages = ran.stderr.decode(errors="replace")
+    log = [BOX.sub(r"\1", line) for line in without_one_line_feed(messages).split("\n")]
+    if any(title[-1] == "nothing" for title, _, _ in outputs):
+        log = without_question_for_columns(log)
+    if "\n".join(log) != case.body("log"):
+        problems.append("messages:\n" + "\n".join(log))
+    for title, body, path in outputs:
+        if fails:
+            if path.exists():
+                problems.append(f"out {title[1]} was written by a run that failed")
+            continue
+        got = without_one_line_feed(path.read_bytes().decode()) if path.exists() else ""
+        rows = table_of(got)
+        if title[-1] == "nothing":
+            if len(rows) > 1:
+                problems.append(f"out {title[1]} has rows:\n{got}")
+        elif rows != table_of(body):
+            problems.append(f"out {title[1]}:\n{got}")
+    return problems
+
+
+def without_question_for_columns(log):
+    """Drops the engine's warning with the lines that continue it."""
+    kept, dropping = [], False
+    for line in log:
+        if re.match(r"\[\d+\] ", line):
+            dropping = NO_COLUMNS in line
+        if not dropping:
+            kept.append(line)
+    return kept
+
+
+def main():
+    if len(sys.argv) not in (2, 3):
+        sys.exit(__doc__)
+    program = str(Path(sys.argv[1]).resolve())
+    root = Path(sys.argv[2]) if len(sys.argv) == 3 else Path(__file__).parent.parent / "cases"
+    files = [root] if root.is_file() else sorted(root.rglob("*.case"))
+    cases = [case for path in files for case in read_cases(path.resolve())]
+    cases = [case for case in cases if case.tells_of_a_run()]
+    failed = 0
+    for case in cases:
+        with tempfile.TemporaryDirectory() as folder:
+            problems = run_case(program, case, Path(folder))
+        if problems:
+            failed += 1
+            print(case.where, *problems, "", sep="\n")
+    print(f"{len(cases)} cases through the command line, {failed} failed")
+    sys.exit(1 if failed or not cases else 0)
+
+
+if __name__ == "__main__":
+    main()
