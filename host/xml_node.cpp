@@ -9,6 +9,7 @@
 #include <cstring>
 #include <optional>
 #include <pugixml.hpp>
+#include <string>
 #include <string_view>
 
 namespace {
@@ -79,14 +80,79 @@ private:
     pugi::xml_node parent_;
 };
 
-class StringWriter : public pugi::xml_writer {
-public:
-    void write(const void* data, size_t size) override {
-        text.append(static_cast<const char*>(data), static_cast<qsizetype>(size));
-    }
+bool isText(pugi::xml_node node) {
+    return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
+}
 
-    QByteArray text;
-};
+/// Makes one text of neighbours, since neither a comment nor a CDATA section ends a text.
+void mergeTexts(pugi::xml_node parent) {
+    for (pugi::xml_node node = parent.first_child(); node; node = node.next_sibling()) {
+        mergeTexts(node);
+        if (!isText(node) || !isText(node.next_sibling()))
+            continue;
+        std::string text = node.value();
+        while (isText(node.next_sibling())) {
+            text += node.next_sibling().value();
+            parent.remove_child(node.next_sibling());
+        }
+        node.set_value(text.c_str());
+    }
+}
+
+void appendEscaped(QByteArray& out, const char* text, bool inAttribute) {
+    for (; *text != '\0'; ++text) {
+        switch (*text) {
+        case '&':
+            out += "&amp;";
+            break;
+        case '<':
+            out += "&lt;";
+            break;
+        case '>':
+            out += "&gt;";
+            break;
+        case '\'':
+            out += "&apos;";
+            break;
+        case '"':
+            out += "&quot;";
+            break;
+        case '\r':
+            out += "&#13;";
+            break;
+        case '\n':
+            out += inAttribute ? "&#10;" : "\n";
+            break;
+        case '\t':
+            out += inAttribute ? "&#9;" : "\t";
+            break;
+        default:
+            out += *text;
+            break;
+        }
+    }
+}
+
+void appendElement(QByteArray& out, pugi::xml_node element) {
+    out.append('<').append(element.name());
+    for (const pugi::xml_attribute& attribute : element.attributes()) {
+        out.append(' ').append(attribute.name()).append("='");
+        appendEscaped(out, attribute.value(), true);
+        out.append('\'');
+    }
+    const qsizetype openEnd = out.size();
+    out.append('>');
+    for (const pugi::xml_node& child : element.children()) {
+        if (isText(child))
+            appendEscaped(out, child.value(), false);
+        else if (child.type() == pugi::node_element)
+            appendElement(out, child);
+    }
+    if (out.size() == openEnd + 1)
+        out.replace(openEnd, 1, "/>");
+    else
+        out.append("</").append(element.name()).append('>');
+}
 
 XMLNode::Parsed failedAt(const QByteArray& text, qsizetype offset, const QString& error) {
     const qsizetype place = std::clamp<qsizetype>(offset, 0, text.size());
@@ -145,6 +211,7 @@ XMLNode::Parsed XMLNode::parse(const QByteArray& text) {
         pugi::encoding_utf8);
     if (!result)
         return failedAt(text, result.offset, QString::fromUtf8(result.description()));
+    mergeTexts(*tree);
     pugi::xml_node_struct* root = tree->document_element().internal_object();
     Parsed parsed;
     parsed.root = XMLNode(std::move(tree), root);
@@ -200,7 +267,7 @@ void XMLNode::forEachChild(const std::function<void(const XMLNode&)>& visit) con
 
 const char* XMLNode::getText() const {
     for (const pugi::xml_node& child : node().children()) {
-        if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata)
+        if (isText(child))
             return child.value();
     }
     return nullptr;
@@ -209,10 +276,9 @@ const char* XMLNode::getText() const {
 QString XMLNode::toText() const {
     if (isNull())
         return {};
-    StringWriter writer;
-    node().print(writer, "", pugi::format_raw | pugi::format_attribute_single_quote,
-                 pugi::encoding_utf8);
-    return QString::fromUtf8(writer.text);
+    QByteArray text;
+    appendElement(text, node());
+    return QString::fromUtf8(text);
 }
 
 qsizetype XMLNode::offset() const {

@@ -14,11 +14,21 @@ QString isModern(const GlobalParameters* parameters) {
     return parameters == nullptr || parameters->fileVersion >= 3 ? "1" : "0";
 }
 
+/// What these Actions don't need.
+class TestAction : public ActionItem {
+public:
+    using ActionItem::ActionItem;
+    QString actionDescription() const override { return {}; }
+    QStringList actionCategories() const override { return {}; }
+    QStringList actionKeywords() const override { return {}; }
+    void rewindRun() override {}
+};
+
 /// An Action with every kind of attribute and two levels of children.
-class Everything : public ActionItem {
+class Everything : public TestAction {
 public:
     Everything(const XMLNode& element, GlobalParameters* parameters)
-        : ActionItem(element, parameters) {
+        : TestAction(element, parameters) {
         readStored(declaration());
     }
 
@@ -48,10 +58,6 @@ public:
     }
 
     const char* actionName() const override { return "Everything"; }
-    QString actionDescription() const override { return {}; }
-    QStringList actionCategories() const override { return {}; }
-    QStringList actionKeywords() const override { return {}; }
-    void rewindRun() override {}
     ActionItem* newFromXML(XMLNode element, GlobalParameters* parameters) const override {
         return new Everything(element, parameters);
     }
@@ -68,10 +74,10 @@ public:
     QStringList before, after, columns;
 };
 
-/// An Action with a list of its own, indented, or nothing but an attribute.
-class Listing : public Everything {
+/// An Action with an indented list of its own.
+class Listing : public TestAction {
 public:
-    explicit Listing(const XMLNode& element) : Everything(element, nullptr) {
+    explicit Listing(const XMLNode& element) : TestAction(element, nullptr) {
         readStored(listing());
     }
     static const StoredElement& listing() {
@@ -80,6 +86,9 @@ public:
         return element;
     }
     const char* actionName() const override { return "Listing"; }
+    ActionItem* newFromXML(XMLNode element, GlobalParameters*) const override {
+        return new Listing(element);
+    }
     const StoredElement& storedElement() const override { return listing(); }
 
     QStringList entries;
