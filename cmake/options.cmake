@@ -9,12 +9,12 @@ endif()
 
 add_library(velmorra_options INTERFACE)
 target_compile_options(velmorra_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow
-    -Wnon-virtual-dtor -Wcast-align=strict -Wnull-dereference -Woverloaded-virtual)
+    -Wnon-virtual-dtor -Wcast-align=strict -Woverloaded-virtual)
 # GCC 12 reports overlapping copies in std::string's own operator+ (its bug 105651).
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     target_compile_options(velmorra_options INTERFACE -Wno-restrict)
 endif()
-# -Wnull-dereference reports inlined standard library code once the sanitizers rewrite it.
+# reports inlined standard library code once the sanitizers rewrite it.
 if(VELMORRA_SANITIZE)
     target_compile_options(velmorra_options INTERFACE -Wno-null-dereference)
 endif()

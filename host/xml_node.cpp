@@ -80,88 +80,48 @@ private:
     pugi::xml_node parent_;
 };
 
+class StringWriter : public pugi::xml_writer {
+public:
+    void write(const void* data, size_t size) override {
+        text.append(static_cast<const char*>(data), static_cast<qsizetype>(size));
+    }
+
+    QByteArray text;
+};
+
 bool isText(pugi::xml_node node) {
     return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
 }
 
 /// Makes one text of neighbours, since neither a comment nor a CDATA section ends a text.
 void mergeTexts(pugi::xml_node parent) {
-    for (pugi::xml_node node = parent.first_child(); node; node = node.next_sibling()) {
-        mergeTexts(node);
-        if (!isText(node) || !isText(node.next_sibling()))
+    for (pugi::xml_node node = parent.first_child(); node;) {
+        const bool isWhole = node.type() == pugi::node_pcdata && !isText(node.next_sibling());
+        if (!isText(node) || isWhole) {
+            mergeTexts(node);
+            node = node.next_sibling();
             continue;
-        std::string text = node.value();
-        while (isText(node.next_sibling())) {
-            text += node.next_sibling().value();
-            parent.remove_child(node.next_sibling());
         }
-        node.set_value(text.c_str());
-    }
-}
-
-void appendEscaped(QByteArray& out, const char* text, bool inAttribute) {
-    for (; *text != '\0'; ++text) {
-        switch (*text) {
-        case '&':
-            out += "&amp;";
-            break;
-        case '<':
-            out += "&lt;";
-            break;
-        case '>':
-            out += "&gt;";
-            break;
-        case '\'':
-            out += "&apos;";
-            break;
-        case '"':
-            out += "&quot;";
-            break;
-        case '\r':
-            out += "&#13;";
-            break;
-        case '\n':
-            out += inAttribute ? "&#10;" : "\n";
-            break;
-        case '\t':
-            out += inAttribute ? "&#9;" : "\t";
-            break;
-        default:
-            out += *text;
-            break;
+        std::string text;
+        while (isText(node)) {
+            text += node.value();
+            const pugi::xml_node next = node.next_sibling();
+            parent.remove_child(node);
+            node = next;
         }
+        pugi::xml_node whole = node ? parent.insert_child_before(pugi::node_pcdata, node)
+                                    : parent.append_child(pugi::node_pcdata);
+        whole.set_value(text.c_str());
     }
 }
 
-void appendElement(QByteArray& out, pugi::xml_node element) {
-    out.append('<').append(element.name());
-    for (const pugi::xml_attribute& attribute : element.attributes()) {
-        out.append(' ').append(attribute.name()).append("='");
-        appendEscaped(out, attribute.value(), true);
-        out.append('\'');
-    }
-    const qsizetype openEnd = out.size();
-    out.append('>');
-    for (const pugi::xml_node& child : element.children()) {
-        if (isText(child))
-            appendEscaped(out, child.value(), false);
-        else if (child.type() == pugi::node_element)
-            appendElement(out, child);
-    }
-    if (out.size() == openEnd + 1)
-        out.replace(openEnd, 1, "/>");
-    else
-        out.append("</").append(element.name()).append('>');
-}
-
-XMLNode::Parsed failedAt(const QByteArray& text, qsizetype offset, const QString& error) {
-    const qsizetype place = std::clamp<qsizetype>(offset, 0, text.size());
-    const auto begin = text.begin();
+/// The tree's parser refuses some names that the check before it takes.
+XMLNode::Parsed failedAt(const QByteArray& text, const pugi::xml_parse_result& result) {
+    const QByteArray before = text.left(result.offset);
     XMLNode::Parsed parsed;
-    parsed.error = error;
-    parsed.line = 1 + static_cast<int>(std::count(begin, begin + place, '\n'));
-    const qsizetype lineStart = place == 0 ? 0 : text.lastIndexOf('\n', place - 1) + 1;
-    parsed.column = 1 + static_cast<int>(place - lineStart);
+    parsed.error = QString::fromUtf8(result.description());
+    parsed.line = 1 + static_cast<int>(before.count('\n'));
+    parsed.column = static_cast<int>(before.size() - before.lastIndexOf('\n'));
     return parsed;
 }
 
@@ -201,19 +161,23 @@ pugi::xml_node XMLNode::node() const {
 }
 
 XMLNode::Parsed XMLNode::parse(const QByteArray& text) {
-    const XMLFault fault = findXMLFault({text.constData(), static_cast<size_t>(text.size())});
-    if (!fault.text.isEmpty())
-        return failedAt(text, fault.offset, fault.text);
+    Parsed parsed;
+    const XMLFault fault = findXMLFault(text);
+    if (!fault.text.isEmpty()) {
+        parsed.error = fault.text;
+        parsed.line = fault.line;
+        parsed.column = fault.column;
+        return parsed;
+    }
     auto tree = std::make_shared<pugi::xml_document>();
     const pugi::xml_parse_result result = tree->load_buffer(
         text.constData(), static_cast<size_t>(text.size()),
         pugi::parse_cdata | pugi::parse_escapes | pugi::parse_eol | pugi::parse_ws_pcdata,
         pugi::encoding_utf8);
     if (!result)
-        return failedAt(text, result.offset, QString::fromUtf8(result.description()));
+        return failedAt(text, result);
     mergeTexts(*tree);
     pugi::xml_node_struct* root = tree->document_element().internal_object();
-    Parsed parsed;
     parsed.root = XMLNode(std::move(tree), root);
     return parsed;
 }
@@ -276,9 +240,12 @@ const char* XMLNode::getText() const {
 QString XMLNode::toText() const {
     if (isNull())
         return {};
-    QByteArray text;
-    appendElement(text, node());
-    return QString::fromUtf8(text);
+    StringWriter writer;
+    node().print(writer, "", pugi::format_raw | pugi::format_attribute_single_quote,
+                 pugi::encoding_utf8);
+    // The printer leaves a carriage return in a text as it is, where a parser makes a line feed of
+    // it.
+    return QString::fromUtf8(writer.text.replace("\r", "&#13;"));
 }
 
 qsizetype XMLNode::offset() const {

@@ -91,7 +91,7 @@ struct XMLNode::Parsed {
     XMLNode root;
     QString error;  ///< empty when root is set; else a sentence without the file's name
     int line = 0;   ///< of the error, from 1
-    int column = 0; ///< of the error in bytes, from 1
+    int column = 0; ///< of the error in characters, from 1
 };
 
 // Converters of an attribute's text. A null text, or one that isn't of the kind, gives the default.

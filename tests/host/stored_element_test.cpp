@@ -14,22 +14,16 @@ QString isModern(const GlobalParameters* parameters) {
     return parameters == nullptr || parameters->fileVersion >= 3 ? "1" : "0";
 }
 
-/// What these Actions don't need.
-class TestAction : public ActionItem {
-public:
-    using ActionItem::ActionItem;
-    QString actionDescription() const override { return {}; }
-    QStringList actionCategories() const override { return {}; }
-    QStringList actionKeywords() const override { return {}; }
-    void rewindRun() override {}
-};
-
 /// An Action with every kind of attribute and two levels of children.
-class Everything : public TestAction {
+class Everything : public ActionItem {
 public:
     Everything(const XMLNode& element, GlobalParameters* parameters)
-        : TestAction(element, parameters) {
+        : ActionItem(element, parameters) {
         readStored(declaration());
+    }
+    /// For one that stores something else.
+    Everything(const XMLNode& element, const StoredElement& other) : ActionItem(element, nullptr) {
+        readStored(other);
     }
 
     static double versionOf(const Everything& action) { return action.flag ? 4.16 : 2.08; }
@@ -58,6 +52,10 @@ public:
     }
 
     const char* actionName() const override { return "Everything"; }
+    QString actionDescription() const override { return {}; }
+    QStringList actionCategories() const override { return {}; }
+    QStringList actionKeywords() const override { return {}; }
+    void rewindRun() override {}
     ActionItem* newFromXML(XMLNode element, GlobalParameters* parameters) const override {
         return new Everything(element, parameters);
     }
@@ -74,24 +72,17 @@ public:
     QStringList before, after, columns;
 };
 
-/// An Action with an indented list of its own.
-class Listing : public TestAction {
+/// An Action with a list of its own, indented, or nothing but an attribute.
+class Listing : public Everything {
 public:
-    explicit Listing(const XMLNode& element) : TestAction(element, nullptr) {
-        readStored(listing());
-    }
+    explicit Listing(const XMLNode& element) : Everything(element, listing()) {}
     static const StoredElement& listing() {
         static const StoredElement element =
-            StoredElement(2.08).list<&Listing::entries>("entries", "", {"\n  ", "\n"});
+            StoredElement(2.08).list<&Listing::columns>("entries", "", {"\n  ", "\n"});
         return element;
     }
     const char* actionName() const override { return "Listing"; }
-    ActionItem* newFromXML(XMLNode element, GlobalParameters*) const override {
-        return new Listing(element);
-    }
     const StoredElement& storedElement() const override { return listing(); }
-
-    QStringList entries;
 };
 
 XMLNode parsed(const QByteArray& text) {

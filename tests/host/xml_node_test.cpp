@@ -99,7 +99,7 @@ TEST(XMLNode, ATextWrittenBackReadsTheSame) {
     EXPECT_EQ(again.toText().toStdString(), written);
     EXPECT_EQ(attribute(again, "t"), "\"'&\n\t");
     EXPECT_STREQ(parsed("<s>a<!-- c -->b<?p?>&amp;<![CDATA[<]]><z/>d</s>").getText(), "ab&<");
-    EXPECT_EQ(parsed("<s><![CDATA[]]></s>").toText(), "<s/>");
+    EXPECT_EQ(parsed("<s><![CDATA[<]]>&#13;]]&gt;</s>").toText(), "<s>&lt;&#13;]]&gt;</s>");
     EXPECT_EQ(again.getChildNode(1).toText(), "<c>y</c>");
 }
 
@@ -119,52 +119,46 @@ TEST(XMLNode, ReadsListsWithNullAndEmptyApart) {
     EXPECT_EQ(fromXMLS(parsed("<d> z</d>")), " z");
 }
 
-TEST(XMLNode, RefusesWhatWouldBeLost) {
-    EXPECT_EQ(refusal(""), "1:1 there is no element");
-    EXPECT_EQ(refusal("  \n<!-- c -->"), "2:11 there is no element");
-    EXPECT_EQ(refusal("<a/>\n<b/>"), "2:1 there is more than one root element: 'b'");
-    EXPECT_EQ(refusal("<a/> x"), "1:6 there is text outside of the root element: 'x'");
-    EXPECT_EQ(refusal("no XML\n"), "1:1 there is text outside of the root element: 'no XML'");
-    EXPECT_EQ(refusal("<a/><![CDATA[x]]>"), "1:5 there is text outside of the root element");
-    EXPECT_EQ(refusal("<a x='1' y='2' x='3'/>"), "1:16 the attribute 'x' is given twice");
-    EXPECT_EQ(refusal("<a>\n <b>\n</a>"), "3:1 unexpected closing tag '</a>'; the open element is "
-                                          "'b'");
-    EXPECT_EQ(refusal("<a/></a>"), "1:5 unexpected closing tag '</a>'");
-    EXPECT_EQ(refusal("<a x='1'y='2'/>"), "1:9 unexpected 'y' in the tag of 'a'");
-    EXPECT_EQ(refusal("<a x/>"), "1:4 the attribute 'x' has no value");
-    EXPECT_EQ(refusal("<a x=1/>"), "1:6 the value of 'x' must stand in quotes");
-    EXPECT_EQ(refusal("<a x='1<2'/>"), "1:8 a '<' in the attribute 'x' must be written &lt;");
-    EXPECT_EQ(refusal("<a>1 < 2</a>"), "1:6 '<' must be followed by a name; a '<' in a text is "
-                                       "written &lt;");
+TEST(XMLNode, RefusesWhatWouldBeLostAndSaysWhere) {
+    EXPECT_EQ(refusal("<a/>\n<b/>").substr(0, 2), "2:");
+    EXPECT_EQ(refusal("<a>\n <b>\n</a>"), "3:5 Opening and ending tag mismatch.");
+    EXPECT_EQ(refusal("<a>\n <b ~c='1'/></a>"), "2:5 Error parsing start element tag");
+    EXPECT_EQ(refusal("<a x='1' y='2' x='3'/>"), "1:23 Attribute 'x' redefined.");
+    for (const char* text :
+         {"", "  \n<!-- c -->", "<a/> x", "no XML\n", "<a/><![CDATA[x]]>", "<a/></a>",
+          "<a x='1'y='2'/>", "<a x/>", "<a x=1/>", "<a x='1<2'/>", "<a>1 < 2</a>"})
+        EXPECT_NE(refusal(text), "accepted") << text;
 }
 
 TEST(XMLNode, RefusesReferencesThatStandForNothing) {
-    const std::string hint = "; a '&' in a text must be written &amp;";
-    EXPECT_EQ(refusal("<a>R & D</a>"), "1:6 a '&' in a text must be written &amp;");
-    EXPECT_EQ(refusal("<a x='&file;'/>"), "1:7 unknown reference '&file;'" + hint);
-    for (const char* reference : {"&#0;", "&#x0;", "&#1;", "&#xD800;", "&#xFFFF;", "&#x110000;",
-                                  "&#4294967361;", "&#;", "&#x;", "&#-1;", "&#65 ;"})
-        EXPECT_EQ(refusal(QByteArray("<a>x") + reference + "</a>"),
-                  std::string("1:5 unknown reference '") + reference + '\'' + hint);
+    for (const char* reference :
+         {"&", "& ", "&file;", "&#0;", "&#x0;", "&#1;", "&#xD800;", "&#xFFFF;", "&#x110000;",
+          "&#4294967361;", "&#;", "&#x;", "&#-1;", "&#65 ;"}) {
+        EXPECT_NE(refusal(QByteArray("<a>x") + reference + "</a>"), "accepted") << reference;
+        EXPECT_NE(refusal(QByteArray("<a x='") + reference + "'/>"), "accepted") << reference;
+    }
+    EXPECT_NE(refusal("<a x='&file;'/>").find("must be written &amp;"), std::string::npos);
     EXPECT_STREQ(parsed("<a>&#x41;&#0066;&#x10FFFF;</a>").getText(), "AB\xF4\x8F\xBF\xBF");
 }
 
 TEST(XMLNode, RefusesBytesThatAreNoText) {
-    EXPECT_EQ(refusal(QByteArray("<a>\0</a>", 8)), "1:4 XML can't hold the character U+0000");
-    EXPECT_EQ(refusal("<a>\x1B</a>"), "1:4 XML can't hold the character U+001B");
-    EXPECT_EQ(refusal("<a>\xEF\xBF\xBF</a>"), "1:4 XML can't hold the character U+FFFF");
-    EXPECT_EQ(refusal("<a>\ncaf\xE9</a>"), "2:4 the text is not UTF-8: byte 0xe9 at offset 7");
-    for (const char* bytes : {"\x80", "\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80",
-                              "\xF0\x80\x80\x80", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xC3"})
-        EXPECT_EQ(refusal(QByteArray("<a>") + bytes).substr(0, 25), "1:4 the text is not UTF-8");
+    EXPECT_EQ(refusal(QByteArray("<a>\0</a>", 8)), "1:1 the text is not UTF-8");
+    EXPECT_EQ(refusal(QByteArray("\xFF\xFE<\0a\0/\0>\0", 10)), "1:1 the text is not UTF-8");
+    for (const char* bytes :
+         {"\x1B", "\xEF\xBF\xBF", "\x80", "\xE9", "\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80",
+          "\xF0\x80\x80\x80", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80"}) {
+        EXPECT_NE(refusal(QByteArray("<a>") + bytes + "</a>"), "accepted") << bytes;
+        EXPECT_NE(refusal(QByteArray("<a x='") + bytes + "'/>"), "accepted") << bytes;
+    }
 }
 
 TEST(XMLNode, RefusesDoctypesAndOtherEncodings) {
-    EXPECT_EQ(refusal("<!DOCTYPE a [<!ENTITY e SYSTEM 'file:///etc/passwd'>]>\n<a>&e;</a>"),
-              "1:1 a DOCTYPE is not allowed");
-    EXPECT_EQ(refusal("<?xml version='1.0' encoding='ISO-8859-1'?><a/>"),
-              "1:21 the encoding must be UTF-8, not 'ISO-8859-1'");
-    EXPECT_EQ(refusal("<?xml encoding?><a/>").substr(0, 31), "1:7 the encoding must be UTF-8,");
+    EXPECT_NE(refusal("<!DOCTYPE a [<!ENTITY e SYSTEM 'file:///etc/passwd'>]>\n<a>&e;</a>")
+                  .find("a DOCTYPE is not allowed"),
+              std::string::npos);
+    EXPECT_NE(refusal("<?xml version='1.0' encoding='ISO-8859-1'?><a/>")
+                  .find("the encoding must be UTF-8, not 'ISO-8859-1'"),
+              std::string::npos);
     EXPECT_EQ(refusal("<?xml version='1.0' encoding=\"UTF-8\"?><a/>"), "accepted");
 }
 
@@ -174,25 +168,24 @@ TEST(XMLNode, RefusesATextCutOffAnywhere) {
     ASSERT_EQ(refusal(whole), "accepted");
     for (qsizetype length = 0; length < whole.size(); ++length)
         EXPECT_NE(refusal(whole.left(length)), "accepted") << length;
-    EXPECT_EQ(refusal("<a>\n<b c='1'>x"), "2:1 the text ends before the element 'b' is closed");
-    EXPECT_EQ(refusal("<a>\n<b c='1"), "2:4 the text ends inside the attribute 'c'");
+    EXPECT_EQ(refusal("<a>\n<b c='1'>x"), "2:11 Premature end of document.");
 }
 
 TEST(XMLNode, BoundsDepthAndSize) {
     const auto nested = [](int depth) {
         return QByteArray("<a>").repeated(depth) + QByteArray("</a>").repeated(depth);
     };
+    const std::string tooDeep = "1:196 the elements are nested more than 64 deep";
     EXPECT_EQ(refusal(nested(XMLNode::maxDepth)), "accepted");
-    EXPECT_EQ(refusal(nested(XMLNode::maxDepth + 1)),
-              "1:193 the elements are nested more than 64 deep");
-    EXPECT_EQ(refusal(nested(1000000)), "1:193 the elements are nested more than 64 deep");
-    EXPECT_EQ(refusal(QByteArray("<a>").repeated(1000000)),
-              "1:193 the elements are nested more than 64 deep");
+    EXPECT_EQ(refusal(nested(XMLNode::maxDepth + 1)), tooDeep);
+    EXPECT_EQ(refusal(nested(1000000)), tooDeep);
+    EXPECT_EQ(refusal(QByteArray("<a>").repeated(1000000)), tooDeep);
 
     QByteArray attributes = "<a";
     for (int i = 0; i <= XMLNode::maxAttributes; ++i)
         attributes += " a" + QByteArray::number(i) + "=''";
-    EXPECT_EQ(refusal(attributes + "/>"), "1:1 the element 'a' has more than 1024 attributes");
+    EXPECT_NE(refusal(attributes + "/>").find("an element has more than 1024 attributes"),
+              std::string::npos);
     EXPECT_NE(refusal("<a>" + QByteArray("<b/>").repeated(XMLNode::maxNodes) + "</a>")
                   .find("there are more than 4194304 elements"),
               std::string::npos);

@@ -1,0 +1,327 @@
+/// The scanning half of the parser: where fields and rows end. Values and problems are in
+/// csv_fields.cpp.
+#include "engine/csv/csv_parser.h"
+
+#include "engine/csv/transcode.h"
+
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
+namespace velmorra {
+
+namespace {
+constexpr qsizetype readBytes = 256 << 10;
+constexpr uchar byteOrderMark[] = {0xEF, 0xBB, 0xBF};
+} // namespace
+
+CsvParser::CsvParser(ByteSource source, const QString& fileName, const CsvSettings& settings,
+                     bool handOnEarly)
+    : source_(std::move(source)),
+      fileName_(fileName),
+      settings_(settings),
+      handOnEarly_(handOnEarly) {}
+
+const RowBatch& CsvParser::readFirstRow() {
+    inFirstRow_ = true;
+    rowsWanted_ = 1;
+    readRows(firstRow_);
+    inFirstRow_ = false;
+    firstRow_.columns = static_cast<int>(firstRow_.cells.size());
+    return firstRow_;
+}
+
+void CsvParser::setColumns(std::vector<CsvColumn> columns, const PinOutMetaData& shape,
+                           bool firstRowIsData) {
+    columns_ = std::move(columns);
+    firstRowIsData_ = firstRowIsData;
+    slots_.clear();
+    for (const CsvColumn& column : columns_) {
+        const bool number = column.metaType == MetaTypeKey || column.metaType == MetaTypeFloat;
+        const Kind kind = number ? Kind::Number : Kind::Text;
+        slots_.push_back({column.wanted ? kind : Kind::Skipped, cell::nullCell(column.metaType)});
+    }
+    order_.declare(shape);
+}
+
+void CsvParser::fill(RowBatch& batch, int maxRows) {
+    batch.clear();
+    batch.columns = static_cast<int>(columns_.size());
+    rowsWanted_ = std::clamp(RowBatch::maxCells / std::max(batch.columns, 1), 1, maxRows);
+    const size_t cells = size_t(rowsWanted_) * size_t(batch.columns);
+    if (batch.cells.size() < cells)
+        batch.cells.resize(cells);
+    nextCell_ = batch.cells.data();
+    rowBegan_ = 0;
+    full_ = false;
+    if (firstRowIsData_)
+        giveFirstRowAgain(batch);
+    if (batch.end == BatchEnd::More && !full_)
+        readRows(batch);
+    order_.keep();
+}
+
+void CsvParser::giveFirstRowAgain(RowBatch& batch) {
+    while (batch.columns == 1 && nullRows_ < emptyLines_ && !full_) {
+        *nextCell_++ = slots_.front().null;
+        if (!acceptRow(batch, ++nullRows_))
+            return;
+    }
+    if (full_)
+        return;
+    firstRowIsData_ = false;
+    if (firstRow_.rows > 0 && convertFirstRow(batch))
+        acceptRow(batch, firstRow_.firstLine);
+    firstRow_ = {};
+}
+
+void CsvParser::readRows(RowBatch& batch) {
+    for (;;) {
+        const Scan scan = scanWindow(batch);
+        if (scan != Scan::Exhausted)
+            return;
+        if (atEnd_) {
+            if (endInput(batch))
+                batch.end = BatchEnd::Table;
+            return;
+        }
+        if (handOnEarly_ && batch.rows > 0 && isAtRowStart())
+            return;
+        if (dataEnd_ - fieldStart_ > settings_.fieldLimit + 2) {
+            failOverLimit(batch);
+            return;
+        }
+        if (!refill(batch))
+            return;
+    }
+}
+
+/// Moves what is left of the last field to the front of the window and reads on behind it.
+bool CsvParser::refill(RowBatch& batch) {
+    if (batch.arena.used() - rowBegan_ > CsvSettings::rowLimit)
+        return fail(batch, rowLine_, QStringLiteral("the row has more than 1 GiB of text"));
+    const qsizetype kept = dataEnd_ - fieldStart_;
+    if (room_ < kept + readBytes) {
+        const qsizetype larger = std::max(2 * room_, kept + readBytes);
+        std::unique_ptr<uchar[]> window(new uchar[static_cast<size_t>(larger + transcodeSlack)]);
+        std::copy_n(window_.get() + fieldStart_, kept, window.get());
+        window_ = std::move(window);
+        room_ = larger;
+    } else {
+        std::memmove(window_.get(), window_.get() + fieldStart_, static_cast<size_t>(kept));
+    }
+    quoteAt_ -= fieldStart_;
+    scanned_ -= fieldStart_;
+    dataEnd_ = kept;
+    fieldStart_ = 0;
+    const bool atStart = !begun_;
+    begun_ = true;
+    do {
+        const qint64 got = source_(window_.get() + dataEnd_, readBytes);
+        if (got < 0) {
+            batch.end = BatchEnd::Stopped;
+            return false;
+        }
+        atEnd_ = got == 0;
+        dataEnd_ += got;
+    } while (atStart && !atEnd_ && dataEnd_ < qsizetype(sizeof byteOrderMark));
+    std::memset(window_.get() + dataEnd_, 0, transcodeSlack);
+    if (atStart && dataEnd_ >= qsizetype(sizeof byteOrderMark) &&
+        std::equal(std::begin(byteOrderMark), std::end(byteOrderMark), window_.get()))
+        fieldStart_ = scanned_ = sizeof byteOrderMark;
+    return true;
+}
+
+CsvParser::Scan CsvParser::scanWindow(RowBatch& batch) {
+    const uchar delimiter = static_cast<uchar>(settings_.delimiter);
+    const uchar quote = static_cast<uchar>(settings_.quote);
+    while (scanned_ < dataEnd_) {
+        const qsizetype base = scanned_;
+        quint64 marks = findSpecials(window_.get() + base, delimiter, quote);
+        scanned_ = std::min(base + scanBlock, dataEnd_);
+        if (dataEnd_ - base < scanBlock)
+            marks &= (quint64(1) << (dataEnd_ - base)) - 1;
+        for (; marks != 0; marks &= marks - 1) {
+            const qsizetype at = base + std::countr_zero(marks);
+            if (!special(batch, at))
+                return Scan::Failed;
+            if (full_) {
+                scanned_ = at + 1;
+                return Scan::Full;
+            }
+        }
+    }
+    return Scan::Exhausted;
+}
+
+/// Handles a byte that has a meaning. False when the batch has failed.
+inline bool CsvParser::special(RowBatch& batch, qsizetype at) {
+    if (state_ != State::Plain)
+        return specialInQuotes(batch, at);
+    const uchar byte = window_[at];
+    if (byte == uchar(settings_.delimiter)) {
+        const qsizetype begin = std::exchange(fieldStart_, at + 1);
+        return endField(batch, begin, at, false);
+    }
+    if (byte == '\n')
+        return lineFeed(batch, at);
+    if (byte == uchar(settings_.quote) && at == fieldStart_) {
+        state_ = State::Quoted;
+        doubled_ = false;
+        fieldLine_ = line_;
+        return true;
+    }
+    if (byte != '\r')
+        return failAtStrayByte(batch, at);
+    state_ = State::ReturnSeen;
+    // The field, if there is one, has ended; an empty line has none.
+    const qsizetype begin = std::exchange(fieldStart_, at + 1);
+    emptyLine_ = column_ == 0 && begin == at;
+    return emptyLine_ || endField(batch, begin, at, false);
+}
+
+bool CsvParser::lineFeed(RowBatch& batch, qsizetype at) {
+    const qsizetype begin = std::exchange(fieldStart_, at + 1);
+    if (column_ == 0 && begin == at) {
+        ++line_;
+        return emptyLine(batch);
+    }
+    const bool decoded = endField(batch, begin, at, false);
+    ++line_;
+    return decoded && endRow(batch);
+}
+
+bool CsvParser::emptyLine(RowBatch& batch) {
+    if (!inFirstRow_ && columns_.size() == 1)
+        return endField(batch, 0, 0, false) && endRow(batch);
+    emptyLines_ += inFirstRow_ ? 1 : 0;
+    rowLine_ = line_;
+    return true;
+}
+
+bool CsvParser::specialInQuotes(RowBatch& batch, qsizetype at) {
+    const uchar byte = window_[at];
+    const bool quote = byte == uchar(settings_.quote);
+    if (state_ == State::Quoted) {
+        if (quote) {
+            state_ = State::QuoteSeen;
+            quoteAt_ = at;
+        } else if (byte == '\n') {
+            ++line_;
+        }
+        return byte != 0 || failAtStrayByte(batch, at);
+    }
+    if (state_ == State::QuoteSeen) {
+        if (at != quoteAt_ + 1 || byte == 0)
+            return failAtStrayByte(batch, at);
+        if (!quote)
+            return endQuotedField(batch, at);
+        doubled_ = true;
+        state_ = State::Quoted;
+        return true;
+    }
+    if (byte != '\n' || at != fieldStart_)
+        return failAtStrayByte(batch, at);
+    state_ = State::Plain;
+    fieldStart_ = at + 1;
+    ++line_;
+    return emptyLine_ ? emptyLine(batch) : endRow(batch);
+}
+
+/// Ends the field whose closing quote was seen, at the delimiter or line end behind it.
+bool CsvParser::endQuotedField(RowBatch& batch, qsizetype at) {
+    const qsizetype begin = std::exchange(fieldStart_, at + 1) + 1;
+    state_ = State::Plain;
+    if (!endField(batch, begin, quoteAt_, true))
+        return false;
+    const uchar byte = window_[at];
+    if (byte == '\r') {
+        state_ = State::ReturnSeen;
+        emptyLine_ = false;
+    }
+    if (byte != '\n')
+        return true;
+    ++line_;
+    return endRow(batch);
+}
+
+/// Ends the last row, where no line end does. Changes nothing when called again.
+bool CsvParser::endInput(RowBatch& batch) {
+    if (state_ == State::Quoted)
+        return failInField(batch, fieldLine_,
+                           QStringLiteral("the file ends inside the quotes that open here: ") +
+                               valueAround(fieldStart_ + 1));
+    if (state_ == State::ReturnSeen || (state_ == State::QuoteSeen && dataEnd_ != quoteAt_ + 1))
+        return failAtStrayByte(batch, dataEnd_);
+    if (isAtRowStart())
+        return true;
+    const bool quoted = state_ == State::QuoteSeen;
+    const qsizetype begin = std::exchange(fieldStart_, dataEnd_) + (quoted ? 1 : 0);
+    state_ = State::Plain;
+    return endField(batch, begin, quoted ? quoteAt_ : dataEnd_, quoted) && endRow(batch);
+}
+
+bool CsvParser::endField(RowBatch& batch, qsizetype begin, qsizetype end, bool quoted) {
+    const uchar* bytes = window_.get() + begin;
+    qsizetype size = end - begin;
+    if (size > settings_.fieldLimit)
+        return failOverLimit(batch);
+    if (size_t(column_) >= slots_.size())
+        return surplusField(batch, bytes, size, quoted);
+    const Slot slot = slots_[size_t(column_)];
+    const uchar* cell = slot.null;
+    if (slot.kind != Kind::Skipped && (size > 0 || quoted)) {
+        if (quoted && doubled_)
+            std::tie(bytes, size) = withoutDoubledQuotes(bytes, size);
+        const qint64 line = quoted ? fieldLine_ : line_;
+        cell = slot.kind == Kind::Text ? textCell(batch, line, bytes, size)
+                                       : numberCell(batch, line, bytes, size);
+        if (cell == nullptr)
+            return false;
+    }
+    *nextCell_++ = cell;
+    ++column_;
+    return true;
+}
+
+/// The String cell for a text that isn't null; null when it isn't valid.
+inline const uchar* CsvParser::textCell(RowBatch& batch, qint64 line, const uchar* bytes,
+                                        qsizetype size) {
+    if (size == 0)
+        return &cell::emptyText;
+    uchar* cell = batch.arena.reserve(2 * size + 8 + transcodeSlack);
+    const int length = static_cast<int>(size) + 1;
+    // Qt can take text at an even address as it is.
+    cell += (reinterpret_cast<quintptr>(cell) + size_t(cell::lengthFieldBytes(length))) & 1;
+    uchar* const units = cell::writeLength(cell, length);
+    for (qsizetype i = 0; i < size; i += widenBytes) {
+        unsigned high = widenBlock(bytes + i, units + 2 * i);
+        if (size - i < widenBytes)
+            high &= (1u << (size - i)) - 1;
+        if (high != 0)
+            return textBeyondAscii(batch, line, bytes, size);
+    }
+    batch.arena.commit(units + 2 * size);
+    return cell;
+}
+
+bool CsvParser::endRow(RowBatch& batch) {
+    const qint64 line = std::exchange(rowLine_, line_);
+    const int fields = std::exchange(column_, 0);
+    if (!inFirstRow_ && fields != batch.columns)
+        return failAtRowOf(batch, line, fields);
+    return acceptRow(batch, line);
+}
+
+bool CsvParser::acceptRow(RowBatch& batch, qint64 line) {
+    if (order_.isNeeded() && !order_.accept(batch.row(batch.rows), line))
+        return fail(batch, 0, order_.problem());
+    if (batch.rows == 0)
+        batch.firstLine = line;
+    ++batch.rows;
+    rowBegan_ = batch.arena.used();
+    full_ = batch.rows == rowsWanted_ || rowBegan_ >= RowBatch::fullBytes;
+    return true;
+}
+
+} // namespace velmorra

@@ -1,0 +1,21 @@
+/// Compares what a case gave with what its file expects, and writes expectations from a run.
+#pragma once
+
+#include "tests/harness/case_run.h"
+
+namespace harness {
+
+/// What differs: the line of the file that expects otherwise, and a text with a diff.
+struct Difference {
+    int line = 0;
+    QString text;
+};
+
+/// Runs a case under a circumstance and compares. Empty when everything is as expected.
+QVector<Difference> checkCase(const Case& expected, const velmorra::ActionCatalog& catalog,
+                              Circumstance circumstance);
+
+/// The case with its expectations (out, log, fails, saved, columns) as a plain run gives them.
+Case rewrittenCase(const Case& expected, const velmorra::ActionCatalog& catalog);
+
+} // namespace harness

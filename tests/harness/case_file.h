@@ -1,0 +1,76 @@
+/// Case files: what an element makes of small tables, as text. tests/cases/README.md describes the
+/// format.
+#pragma once
+
+#include "engine/packed_table.h"
+
+#include <QtCore/QStringList>
+
+#include <map>
+#include <memory>
+#include <optional>
+
+namespace harness {
+
+using velmorra::PackedTable;
+
+/// An element of a case's chain, from 0, and one of its pins.
+struct Place {
+    int element = 0;
+    int pin = 0;
+    auto operator<=>(const Place&) const = default;
+};
+
+/// A section as it stands in the file: the words behind `-- `, and the lines up to the next one.
+struct Section {
+    int line = 0; ///< of the title, from 1
+    QString title;
+    QString body; ///< without blank lines at its end
+
+    QString word(int index) const { return title.section(QLatin1Char(' '), index, index); }
+};
+
+struct ExpectedTable {
+    int line = 0;
+    bool nothing = false; ///< no row; the columns don't matter
+    QStringList lines;    ///< as typedLines writes them
+};
+
+struct ExpectedText {
+    int line = 0;
+    QString text;
+};
+
+struct Case {
+    QString file;
+    int line = 0;
+    QString sentence;
+    QVector<Section> sections; ///< all of them in the order of the file
+
+    QStringList elements;
+    QVector<std::pair<QString, QString>> parameters;
+    std::map<Place, std::shared_ptr<const PackedTable>> inputs;
+    std::map<Place, ExpectedTable> outputs;
+    std::map<Place, ExpectedText> columns;
+    std::optional<ExpectedText> log;
+    std::optional<ExpectedText> saved;
+    std::optional<ExpectedText> parallel; ///< "yes", "no" or a partition column
+    bool fails = false;
+
+    int lastElement() const { return static_cast<int>(elements.size()) - 1; }
+};
+
+struct CaseFile {
+    QString path;
+    QString preamble; ///< the comments in front of the first case
+    QVector<Case> cases;
+    QString error; ///< file, line and what is wrong; the cases in front of it are read
+};
+
+CaseFile readCaseFile(const QString& path);
+CaseFile parseCaseFile(const QString& text, const QString& path);
+
+/// The text of a case file, from the sections of its cases.
+QString caseFileText(const CaseFile& file);
+
+} // namespace harness

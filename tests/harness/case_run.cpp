@@ -1,0 +1,257 @@
+#include "tests/harness/case_run.h"
+
+#include "engine/element_text.h"
+#include "host/main_ui.h"
+#include "tests/harness/typed_table.h"
+
+#include <QtCore/QFileInfo>
+
+namespace harness {
+
+using namespace velmorra;
+
+namespace {
+
+SourceHabits habitsOf(Circumstance circumstance) {
+    SourceHabits habits;
+    habits.oddAddresses = circumstance == Circumstance::OddAddresses;
+    habits.late = circumstance == Circumstance::LatePins;
+    return habits;
+}
+
+RunOptions optionsOf(Circumstance circumstance) {
+    RunOptions options;
+    if (circumstance == Circumstance::TinySpools) {
+        options.spoolEveryWire = true;
+        options.spoolBlock = 64;
+        options.spoolMemory = 0;
+    }
+    return options;
+}
+
+void setParameters(const Case& run, GlobalParameters& parameters) {
+    for (const auto& [name, value] : run.parameters)
+        parameters.set(name, value);
+    parameters.setGraphFolder(QFileInfo(run.file).absolutePath());
+}
+
+/// Messages of settings that aren't known are the matter of those who write an element by hand; in
+/// XML a case may have them, to show what becomes of them.
+bool isFatal(const ElementProblem& problem, const QString& element) {
+    return problem.kind != ElementProblem::Kind::Setting || !element.startsWith(QLatin1Char('<'));
+}
+
+void runGraph(CaseGraph& built, CollectedLog& log, Circumstance circumstance, CaseResult& result) {
+    for (const auto& [place, sink] : built.sinks) {
+        if (circumstance != Circumstance::ColumnsFirst)
+            break;
+        const PinColumns columns = columnsOfPin(
+            built.graph, built.elements[static_cast<size_t>(place.element)], place.pin);
+        if (columns.error.isEmpty())
+            result.columns[place] = typedHeader(columns.shape);
+    }
+    const QStringList ofConstructors = log.master;
+    for (int runs = circumstance == Circumstance::TwoRuns ? 2 : 1; runs > 0; --runs) {
+        log.master = ofConstructors;
+        Run graphRun(built.graph, log, optionsOf(circumstance));
+        result.outcome = graphRun.execute();
+    }
+}
+
+CaseResult runParallel(const Case& run, const ActionCatalog& catalog, int copies) {
+    CaseResult result;
+    CollectedLog log;
+    RunContext context{&log, nullptr};
+    const RunContextScope scope(&context);
+    GlobalParameters parameters;
+    setParameters(run, parameters);
+    const auto elements = makeElements(run, catalog, parameters, result.problem);
+    if (!result.problem.isEmpty())
+        return result;
+    ActionItem& master = *elements.front();
+    std::vector<const PackedTable*> inputs(static_cast<size_t>(master.nPinIn));
+    for (const auto& [place, table] : run.inputs) {
+        if (place.pin < master.nPinIn)
+            inputs[static_cast<size_t>(place.pin)] = table.get();
+    }
+    ParallelResult parallel = runParallelSection(
+        master, inputs, log, {copies, parallelPartition(run, catalog).value_or(QString()), 2});
+    result.problem = parallel.defect;
+    result.outcome = parallel.outcome;
+    result.log = log.master;
+    result.copiesLog = log.copies;
+    for (size_t pin = 0; pin < parallel.outputs.size(); ++pin)
+        result.outputs[{0, static_cast<int>(pin)}] = std::move(parallel.outputs[pin]);
+    return result;
+}
+
+} // namespace
+
+const char* nameOf(Circumstance circumstance) {
+    switch (circumstance) {
+    case Circumstance::Plain:
+        return "plain";
+    case Circumstance::OddAddresses:
+        return "odd_addresses";
+    case Circumstance::TinySpools:
+        return "tiny_spools";
+    case Circumstance::LatePins:
+        return "late_pins";
+    case Circumstance::TwoRuns:
+        return "two_runs";
+    case Circumstance::ColumnsFirst:
+        return "columns_first";
+    case Circumstance::OneCopy:
+        return "one_copy";
+    case Circumstance::TwoCopies:
+        return "two_copies";
+    case Circumstance::ThreeCopies:
+        return "three_copies";
+    }
+    return "";
+}
+
+int copiesOf(Circumstance circumstance) {
+    if (circumstance < Circumstance::OneCopy)
+        return 0;
+    return static_cast<int>(circumstance) - static_cast<int>(Circumstance::OneCopy) + 1;
+}
+
+void CollectedLog::take(const Message& message) {
+    QString text = message.text;
+    if (text.endsWith(QLatin1Char('\n')))
+        text.chop(1);
+    const RunContext* const context = RunContextScope::current();
+    const ActionItem* const box = context == nullptr ? nullptr : context->box;
+    const bool ofCopy = box != nullptr && box->parallelGroup != nullptr && box->isParallelCopy();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    (ofCopy ? copies : master)
+        .push_back(QLatin1Char('[') + QString::number(message.level) + QLatin1String("] ") + text);
+}
+
+std::vector<std::unique_ptr<ActionItem>> makeElements(const Case& run, const ActionCatalog& catalog,
+                                                      GlobalParameters& parameters,
+                                                      QString& problem) {
+    std::vector<std::unique_ptr<ActionItem>> made;
+    for (const QString& text : run.elements) {
+        const ElementList read = parseElements({text}, catalog);
+        for (const ElementProblem& each : read.problems) {
+            if (isFatal(each, text))
+                problem = each.text;
+        }
+        if (problem.isEmpty() && read.elements.size() != 1)
+            problem = QStringLiteral("%1 elements in one section").arg(read.elements.size());
+        if (!problem.isEmpty())
+            break;
+        made.push_back(catalog.create(read.elements.front(), &parameters));
+        if (made.back() == nullptr)
+            problem = catalog.unknownActionText(QString::fromUtf8(read.elements.front().name()));
+    }
+    return made;
+}
+
+void buildGraph(CaseGraph& built, const Case& run, const ActionCatalog& catalog,
+                SourceHabits habits, bool allPins) {
+    Graph& graph = built.graph;
+    setParameters(run, graph.parameters);
+    auto elements = makeElements(run, catalog, graph.parameters, built.problem);
+    if (!built.problem.isEmpty())
+        return;
+    const int last = run.lastElement();
+    const int pinsOut = elements.back()->nPinOut;
+    for (auto& element : elements)
+        built.elements.push_back(graph.addBox(std::move(element)));
+    for (int i = 0; i < last; ++i)
+        graph.addLink({built.elements[static_cast<size_t>(i)], 0,
+                       built.elements[static_cast<size_t>(i) + 1], 0});
+    for (const auto& [place, table] : run.inputs) {
+        const int source =
+            graph.addBox(std::make_unique<TableSource>(table, habits, &graph.parameters));
+        graph.addLink({source, 0, built.elements[static_cast<size_t>(place.element)], place.pin});
+    }
+    const auto addSink = [&](const Place& place) {
+        auto sink = std::make_unique<TableSink>(&graph.parameters);
+        if (!built.sinks.try_emplace(place, sink.get()).second)
+            return;
+        const int box = graph.addBox(std::move(sink));
+        graph.addLink({built.elements[static_cast<size_t>(place.element)], place.pin, box, 0});
+    };
+    for (const auto& [place, expected] : run.outputs)
+        addSink(place);
+    for (const auto& [place, expected] : run.columns)
+        addSink(place);
+    for (int pin = 0; allPins && pin < pinsOut; ++pin)
+        addSink({last, pin});
+    for (const GraphProblem& problem : graph.checkWiring())
+        built.problem = problem.text;
+}
+
+CaseResult runCase(const Case& run, const ActionCatalog& catalog, Circumstance circumstance,
+                   bool allPins) {
+    if (copiesOf(circumstance) > 0)
+        return runParallel(run, catalog, copiesOf(circumstance));
+    CaseResult result;
+    CollectedLog log;
+    RunContext context{&log, nullptr};
+    const RunContextScope scope(&context);
+    CaseGraph built;
+    buildGraph(built, run, catalog, habitsOf(circumstance), allPins);
+    result.problem = built.problem;
+    if (!result.problem.isEmpty())
+        return result;
+    runGraph(built, log, circumstance, result);
+    result.log = log.master;
+    for (const auto& [place, sink] : built.sinks) {
+        if (!sink->defect().isEmpty())
+            result.problem = sink->defect();
+        result.outputs[place] = sink->takeTable();
+    }
+    return result;
+}
+
+bool answersParallel(const Case& run, const ActionCatalog& catalog,
+                     const QString& partitionColumn) {
+    CollectedLog heldBack;
+    RunContext context{&heldBack, nullptr};
+    const RunContextScope scope(&context);
+    GlobalParameters parameters;
+    setParameters(run, parameters);
+    QString problem;
+    const auto elements = makeElements(run, catalog, parameters, problem);
+    bool answer = false;
+    if (problem.isEmpty())
+        elements.front()->canRunInParallel(partitionColumn, &answer);
+    return answer;
+}
+
+std::optional<QString> parallelPartition(const Case& run, const ActionCatalog& catalog) {
+    if (run.elements.size() != 1)
+        return {};
+    if (answersParallel(run, catalog, {}))
+        return QString();
+    const auto main = run.inputs.find({0, 0});
+    if (main == run.inputs.end())
+        return {};
+    for (const QString& column : main->second->shape.names) {
+        if (!column.isEmpty() && answersParallel(run, catalog, column))
+            return column;
+    }
+    return {};
+}
+
+QString savedText(const Case& run, const ActionCatalog& catalog) {
+    CollectedLog heldBack;
+    RunContext context{&heldBack, nullptr};
+    const RunContextScope scope(&context);
+    GlobalParameters parameters;
+    setParameters(run, parameters);
+    QString problem;
+    const auto elements = makeElements(run, catalog, parameters, problem);
+    if (!problem.isEmpty())
+        return problem;
+    XMLStream stream;
+    elements.front()->saveToXML(stream, QString());
+    return QString::fromStdU16String(stream.str());
+}
+
+} // namespace harness

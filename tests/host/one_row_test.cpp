@@ -1,0 +1,417 @@
+// Rows: values and texts of cells, stored blocks, copies, and the lookup of columns.
+#include "host/one_row.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <vector>
+
+namespace {
+
+/// A row of one column whose cell stands at a given shift from an even address.
+class OneCell {
+public:
+    OneCell(qint32 metaType, int shift) : shift_(shift) {
+        row.setNumberOfColumns(1);
+        row.setMetaType(0, {metaType, -1});
+    }
+
+    OneRow& key(quint32 value) {
+        cell::storeKey(place(4), value);
+        return row;
+    }
+
+    OneRow& number(double value) {
+        cell::storeFloat(place(8), value);
+        return row;
+    }
+
+    OneRow& text(const QString& value) {
+        bytesFromQString(place(cell::textCellBytes(value.size())), value);
+        return row;
+    }
+
+    OneRow row;
+
+private:
+    uchar* place(qsizetype size) {
+        // Just as long as needed, so that a read behind the cell is seen by the sanitizers.
+        bytes_ = std::make_unique<uchar[]>(static_cast<size_t>(size + shift_));
+        row.setCol(0, bytes_.get() + shift_);
+        return bytes_.get() + shift_;
+    }
+
+    int shift_;
+    std::unique_ptr<uchar[]> bytes_;
+};
+
+/// The three ways to a cell's text agree; the text, as one of them gave it.
+QString textOfCell(const OneRow& row) {
+    ushort scratch[OneRow::scratchUnits];
+    const QString text = detach(row.col(0, scratch));
+    const QString hashed = detach(row.colForHash(0));
+    EXPECT_EQ(hashed, text);
+    EXPECT_EQ(hashed.isNull(), text.isNull());
+    const ushort* chars = nullptr;
+    const int units = row.col(0, &chars);
+    EXPECT_EQ(units, text.size());
+    EXPECT_EQ(chars == nullptr, text.isNull());
+    for (int i = 0; i < units; ++i) {
+        const auto* const bytes = reinterpret_cast<const uchar*>(chars);
+        EXPECT_EQ(cell::unitAt(bytes, i), text[i].unicode());
+    }
+    return text;
+}
+
+double doubleOf(const OneRow& row, bool expectedOk) {
+    bool ok = !expectedOk;
+    const double value = row.colAsDouble(0, &ok);
+    EXPECT_EQ(ok, expectedOk);
+    return value;
+}
+
+quint64 bitsOf(double value) {
+    return std::bit_cast<quint64>(value);
+}
+
+/// The cell's value as a key, or -1 where it has none.
+qint64 keyOf(const OneRow& row) {
+    bool ok = false;
+    const quint32 key = row.colAsKey(0, &ok);
+    return ok ? qint64(key) : -1;
+}
+
+/// Cells at an even and at an odd address.
+class OneRowCells : public testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(Addresses, OneRowCells, testing::Values(0, 1));
+
+TEST_P(OneRowCells, Keys) {
+    OneCell cell(MetaTypeKey, GetParam());
+    EXPECT_EQ(textOfCell(cell.key(4294967293u)), "4294967293");
+    EXPECT_EQ(doubleOf(cell.row, true), 4294967293.0);
+    EXPECT_EQ(keyOf(cell.row), 4294967293);
+    EXPECT_EQ(cell.row.totalLengthField(0), 4);
+    EXPECT_EQ(textOfCell(cell.key(0)), "0");
+    for (const quint32 null : {cell::nullKey, cell::firstNullKey}) {
+        EXPECT_TRUE(textOfCell(cell.key(null)).isNull());
+        EXPECT_EQ(bitsOf(doubleOf(cell.row, false)), cell::nullFloatBits);
+        EXPECT_EQ(keyOf(cell.row), -1);
+    }
+}
+
+TEST_P(OneRowCells, Floats) {
+    OneCell cell(MetaTypeFloat, GetParam());
+    EXPECT_EQ(textOfCell(cell.number(-0.1)), "-0.1");
+    EXPECT_EQ(doubleOf(cell.row, true), -0.1);
+    EXPECT_EQ(cell.row.totalLengthField(0), 8);
+    EXPECT_EQ(textOfCell(cell.number(-1.2345678901234568e-300)), "-1.2345678901234568e-300");
+    EXPECT_TRUE(textOfCell(cell.number(cell::nullFloat())).isNull());
+    EXPECT_EQ(bitsOf(doubleOf(cell.row, false)), cell::nullFloatBits);
+    EXPECT_EQ(textOfCell(cell.number(cell::invalidFloat())), "nan");
+    EXPECT_EQ(bitsOf(doubleOf(cell.row, true)), cell::invalidFloatBits);
+    EXPECT_EQ(keyOf(cell.row), -1);
+
+    EXPECT_EQ(keyOf(cell.number(0)), 0);
+    EXPECT_EQ(keyOf(cell.number(4294967293.0)), 4294967293);
+    for (const double value : {4294967293.5, 4294967294.0, 4294967295.0, 4294967296.0, 0.5, -1.0,
+                               1e300, std::numeric_limits<double>::infinity(),
+                               -std::numeric_limits<double>::infinity(), cell::nullFloat()})
+        EXPECT_EQ(keyOf(cell.number(value)), -1) << value;
+}
+
+TEST_P(OneRowCells, Texts) {
+    OneCell cell(MetaTypeText, GetParam());
+    for (const int units : {1, 2, 33, 125, 126, 127, 16254, 16255, 20000}) {
+        QString text(units, QChar(0x0142));
+        text[units - 1] = '!';
+        EXPECT_EQ(textOfCell(cell.text(text)), text);
+        EXPECT_EQ(cell.row.totalLengthField(0), cell::textCellBytes(units));
+    }
+    EXPECT_EQ(doubleOf(cell.text(" 12.5 EUR"), true), 12.5);
+    EXPECT_EQ(keyOf(cell.row), -1);
+    EXPECT_EQ(keyOf(cell.text("4294967293")), 4294967293);
+    EXPECT_EQ(keyOf(cell.text("1.2e1")), 12);
+    for (const char* text : {"4294967294", "-1", "x", "1,5", "null", "nan", "inf"})
+        EXPECT_EQ(keyOf(cell.text(text)), -1) << text;
+    // The word is a number to the parser: callers that care test the bits first.
+    EXPECT_EQ(bitsOf(doubleOf(cell.text("null"), true)), cell::nullFloatBits);
+}
+
+TEST_P(OneRowCells, NullTextIsNotTheEmptyText) {
+    OneCell cell(MetaTypeText, GetParam());
+    EXPECT_TRUE(textOfCell(cell.text(QString())).isNull());
+    EXPECT_EQ(bitsOf(doubleOf(cell.row, false)), cell::nullFloatBits);
+    EXPECT_EQ(keyOf(cell.row), -1);
+    EXPECT_EQ(cell.row.totalLengthField(0), 1);
+
+    const QString empty = textOfCell(cell.text(""));
+    EXPECT_TRUE(empty.isEmpty());
+    EXPECT_FALSE(empty.isNull());
+    EXPECT_NE(bitsOf(doubleOf(cell.row, false)), cell::nullFloatBits);
+    EXPECT_EQ(keyOf(cell.row), -1);
+    EXPECT_EQ(cell.row.totalLengthField(0), 1);
+}
+
+TEST(OneRow, TextsThatAreSet) {
+    OneRow row;
+    row.setNumberOfColumns(1);
+    RowBuffer buffer;
+    row.setColAsString(0, buffer, "kept");
+    EXPECT_EQ(textOfCell(row), "kept");
+    row.setColAsString(0, buffer, QString());
+    EXPECT_TRUE(textOfCell(row).isNull());
+    row.setColAsString(0, buffer, "");
+    EXPECT_FALSE(textOfCell(row).isNull());
+    row.setColAsString(0, buffer, -42LL);
+    EXPECT_EQ(textOfCell(row), "-42");
+    row.setColAsString(0, buffer, std::numeric_limits<long long>::min());
+    EXPECT_EQ(textOfCell(row), "-9223372036854775808");
+}
+
+TEST(OneRow, NullsAreOfTheColumnsForm) {
+    OneRow row;
+    row.setNumberOfColumns(1);
+    EXPECT_TRUE(cell::isNull(row.cells[0], MetaTypeText));
+    // Also where only the type changes: a null text is too short to be read as a number.
+    for (const qint32 type : {MetaTypeFloat, MetaTypeText, MetaTypeKey, MetaTypeFloat}) {
+        row.setMetaType(0, {type, -1});
+        EXPECT_TRUE(cell::isNull(row.cells[0], type));
+        EXPECT_EQ(row.storedBytes(), cell::bytes(cell::nullCell(type), type));
+        row.setNull(0);
+        EXPECT_TRUE(cell::isNull(row.cells[0], type));
+    }
+    row.setMetaData({MetaInfo(MetaTypeKey, -1)});
+    EXPECT_EQ(row.storedBytes(), 4);
+    // A cell with a value is left alone.
+    const uchar value[8] = {1};
+    row.setCol(0, value);
+    row.setMetaType(0, {MetaTypeFloat, -1});
+    EXPECT_EQ(row.cells[0], value);
+}
+
+/// Random rows over columns of all forms.
+class RandomTable {
+public:
+    explicit RandomTable(unsigned seed) : random_(seed) {
+        row.setNumberOfColumns(1 + static_cast<int>(random_() % 12));
+        for (int i = 0; i < row.sz(); ++i) {
+            const qint32 types[] = {MetaTypeKey, MetaTypeFloat, MetaTypeText};
+            row.setMetaType(i, {types[random_() % 3], -1});
+            row.setColName(i, QString::number(i));
+        }
+    }
+
+    void fillRow() {
+        buffer_.reset();
+        for (int i = 0; i < row.sz(); ++i)
+            fillCell(i);
+    }
+
+    OneRow row;
+
+private:
+    void fillCell(int column) {
+        const qint32 type = row.getMetaType(column).type;
+        if (random_() % 5 == 0) {
+            row.setNull(column);
+        } else if (type == MetaTypeText) {
+            const int lengths[] = {0, 1, 2, 60, 125, 126, 127, 300};
+            const QString text(lengths[random_() % std::size(lengths)], QChar(u'\u00DF'));
+            row.setColAsString(column, buffer_, text.isNull() ? QString("") : text);
+        } else {
+            uchar* const bytes = buffer_.alloc(9) + random_() % 2;
+            if (type == MetaTypeKey)
+                cell::storeKey(bytes, static_cast<quint32>(random_()));
+            else
+                cell::storeFloat(bytes, static_cast<double>(random_()) / 7);
+            row.setCol(column, bytes);
+        }
+    }
+
+    std::mt19937 random_;
+    RowBuffer buffer_;
+};
+
+void expectSameCells(const OneRow& a, const OneRow& b) {
+    for (int i = 0; i < a.sz(); ++i) {
+        ASSERT_EQ(a.totalLengthField(i), b.totalLengthField(i)) << i;
+        ASSERT_EQ(std::memcmp(a.cells[i], b.cells[i], size_t(a.totalLengthField(i))), 0) << i;
+    }
+}
+
+TEST(OneRow, StoredRowsReadBackAtEvenAndOddAddresses) {
+    for (unsigned seed = 0; seed < 60; ++seed) {
+        RandomTable table(seed);
+        OneRow copy;
+        copy.setShape(table.row.shape());
+        RowBuffer store;
+        std::vector<uchar> packed;
+        for (int i = 0; i < 20; ++i) {
+            table.fillRow();
+            const uchar* const block = table.row.storeInBuffer(store);
+            EXPECT_EQ(copy.initFromBuffer(block, 0, -1), block + table.row.storedBytes());
+            expectSameCells(table.row, copy);
+
+            for (const qsizetype shift : {0, 1}) {
+                packed.assign(size_t(table.row.storedBytes() + shift), 0);
+                table.row.storeAt(packed.data() + shift);
+                copy.initFromBuffer(packed.data() + shift, 0, -1);
+                expectSameCells(table.row, copy);
+            }
+        }
+    }
+}
+
+TEST(OneRow, PartOfARowReadsFromABlock) {
+    RandomTable table(4);
+    OneRow wide;
+    wide.setNumberOfColumns(table.row.sz() + 3);
+    for (int i = 0; i < table.row.sz(); ++i)
+        wide.setMetaType(i + 2, table.row.getMetaType(i));
+    RowBuffer store;
+    table.fillRow();
+    const uchar* const block = table.row.storeInBuffer(store);
+    const uchar* const end = wide.initFromBuffer(block, 2, wide.sz() - 1);
+    EXPECT_EQ(end, block + table.row.storedBytes());
+    for (int i = 0; i < table.row.sz(); ++i) {
+        const auto size = static_cast<size_t>(table.row.totalLengthField(i));
+        EXPECT_EQ(std::memcmp(wide.cells[i + 2], table.row.cells[i], size), 0) << i;
+    }
+    EXPECT_TRUE(cell::isNull(wide.cells[0], MetaTypeText));
+    EXPECT_TRUE(cell::isNull(wide.cells[wide.sz() - 1], MetaTypeText));
+}
+
+TEST(OneRow, FirstCopyTakesOverTheShape) {
+    RandomTable table(9);
+    table.row.setSortInfos({{0, SortNumberRising}});
+    table.fillRow();
+    OneRow out;
+    EXPECT_TRUE(out.isFresh());
+    out.copyFrom(table.row);
+    EXPECT_FALSE(out.isFresh());
+    EXPECT_EQ(out.shape(), table.row.shape());
+    EXPECT_TRUE(std::equal(out.cells, out.cells + out.sz(), table.row.cells));
+
+    out.makeFresh();
+    EXPECT_EQ(out.sz(), 0);
+    RandomTable other(10);
+    other.fillRow();
+    out.copyFrom(other.row);
+    EXPECT_EQ(out.shape(), other.row.shape());
+}
+
+TEST(OneRow, LaterCopiesLeaveAloneWhatWasSet) {
+    RandomTable table(9);
+    table.fillRow();
+    const int inputColumns = table.row.sz();
+    OneRow out;
+    out.copyFrom(table.row);
+    // More columns than the row had room for, so that the pointers move.
+    out.setNumberOfColumns(inputColumns + 50);
+    out.setColName(0, "renamed");
+    out.setColName(inputColumns, "added");
+    out.setMetaType(inputColumns, {MetaTypeKey, -1});
+    out.setSortInfos({{inputColumns, SortNumberRising}});
+    const PinOutMetaData shape = out.shape();
+    const uchar key[4] = {1, 0, 0, 0};
+    out.setCol(inputColumns, key);
+    for (int i = 0; i < 3; ++i) {
+        table.fillRow();
+        out.copyFrom(table.row);
+        EXPECT_TRUE(std::equal(out.cells, out.cells + inputColumns, table.row.cells));
+        EXPECT_EQ(out.cells[inputColumns], key);
+        EXPECT_EQ(out.shape(), shape);
+    }
+    EXPECT_EQ(table.row.colName(0), "0");
+
+    out.setNumberOfColumns(1);
+    out.copyFrom(table.row);
+    EXPECT_EQ(out.sz(), 1);
+    // A column that comes back is a new one.
+    out.setNumberOfColumns(2);
+    EXPECT_TRUE(cell::isNull(out.cells[1], MetaTypeText));
+    EXPECT_EQ(out.getMetaType(1), MetaInfo());
+    EXPECT_TRUE(out.colName(1).isNull());
+}
+
+TEST(OneRow, RowsWithoutColumns) {
+    OneRow empty;
+    empty.setNumberOfColumns(0);
+    OneRow out;
+    for (int i = 0; i < 3; ++i)
+        out.copyFrom(empty);
+    EXPECT_FALSE(out.isFresh());
+    EXPECT_EQ(out.sz(), 0);
+    EXPECT_EQ(out.storedBytes(), 0);
+    EXPECT_EQ(out.getIndexOfColumn("a"), -1);
+}
+
+/// The plain meaning of indexOfColumnFrom.
+int plainIndex(const OneRow& row, const QString& name, int from) {
+    for (int i = from; i < row.sz(); ++i) {
+        if (row.colName(i) == name)
+            return i;
+    }
+    return -1;
+}
+
+TEST(OneRow, ColumnsAreFoundByExactNameFromAnyStart) {
+    std::mt19937 random(8);
+    const QString names[] = {"a", "A", "a ", "", "b", "\u00E4"};
+    for (const int columns : {1, 3, 8, 9, 10, 40}) {
+        OneRow row;
+        row.setNumberOfColumns(columns);
+        for (int i = 0; i < columns; ++i)
+            row.setColName(i, names[random() % std::size(names)]);
+        const auto checkAll = [&] {
+            for (const QString& name : names) {
+                EXPECT_EQ(row.getIndexOfColumn(name), plainIndex(row, name, 0));
+                for (int from = 0; from <= columns + 1; ++from)
+                    EXPECT_EQ(row.indexOfColumnFrom(name, from), plainIndex(row, name, from));
+            }
+        };
+        checkAll();
+        row.setColName(columns / 2, "b"); // a change after a lookup is seen
+        checkAll();
+        row.setNumberOfColumns(columns + 1);
+        row.setColName(columns, "A");
+        EXPECT_EQ(row.indexOfColumnFrom("A", columns), columns);
+    }
+}
+
+TEST(OneRow, OccurrencesOfOneNameAreFoundInTurn) {
+    // A hostile table: as many columns as there may be, all of one name. A lookup that searched
+    // from the first one again each time would take the square of that.
+    constexpr int columns = 1 << 20;
+    OneRow row;
+    row.setShape({QVector<QString>(columns, "same"), QVector<MetaInfo>(columns), {}});
+    int column = -1;
+    for (int i = 0; i < columns; ++i) {
+        column = row.indexOfColumnFrom("same", column + 1);
+        ASSERT_EQ(column, i);
+    }
+    EXPECT_EQ(row.indexOfColumnFrom("same", columns), -1);
+}
+
+TEST(OneRow, DeepCopiesStayWhenTheRowChanges) {
+    OneRow row;
+    row.setNumberOfColumns(1);
+    QString name = "a";
+    row.setColName(0, QString::fromRawData(name.constData(), 1));
+    row.setSortInfos({{0, SortTextRising}});
+    const QVector<QString> names = row.getColNamesDeep();
+    const QVector<MetaInfo> types = row.getMetaDataDeep();
+    const QVector<SortInfos> sort = row.getSortInfosDeep();
+    name[0] = 'x';
+    EXPECT_EQ(row.colName(0), "a");
+    row.setColName(0, "b");
+    row.setMetaType(0, {MetaTypeKey, -1});
+    row.setSortInfos({});
+    EXPECT_EQ(names, QVector<QString>{"a"});
+    EXPECT_EQ(types, QVector<MetaInfo>{MetaInfo()});
+    EXPECT_EQ(sort.size(), 1);
+}
+
+} // namespace
