@@ -9,6 +9,7 @@
 #include <cstring>
 #include <optional>
 #include <pugixml.hpp>
+#include <string>
 #include <string_view>
 
 namespace {
@@ -88,6 +89,42 @@ public:
     QByteArray text;
 };
 
+bool isText(pugi::xml_node node) {
+    return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
+}
+
+/// Makes one text of neighbours, since neither a comment nor a CDATA section ends a text.
+void mergeTexts(pugi::xml_node parent) {
+    for (pugi::xml_node node = parent.first_child(); node;) {
+        const bool isWhole = node.type() == pugi::node_pcdata && !isText(node.next_sibling());
+        if (!isText(node) || isWhole) {
+            mergeTexts(node);
+            node = node.next_sibling();
+            continue;
+        }
+        std::string text;
+        while (isText(node)) {
+            text += node.value();
+            const pugi::xml_node next = node.next_sibling();
+            parent.remove_child(node);
+            node = next;
+        }
+        pugi::xml_node whole = node ? parent.insert_child_before(pugi::node_pcdata, node)
+                                    : parent.append_child(pugi::node_pcdata);
+        whole.set_value(text.c_str());
+    }
+}
+
+/// The tree's parser refuses some names that the check before it takes.
+XMLNode::Parsed failedAt(const QByteArray& text, const pugi::xml_parse_result& result) {
+    const QByteArray before = text.left(result.offset);
+    XMLNode::Parsed parsed;
+    parsed.error = QString::fromUtf8(result.description());
+    parsed.line = 1 + static_cast<int>(before.count('\n'));
+    parsed.column = static_cast<int>(before.size() - before.lastIndexOf('\n'));
+    return parsed;
+}
+
 std::string_view trimmed(const char* text) {
     constexpr const char* blanks = " \t\r\n";
     std::string_view view = text;
@@ -137,10 +174,9 @@ XMLNode::Parsed XMLNode::parse(const QByteArray& text) {
         text.constData(), static_cast<size_t>(text.size()),
         pugi::parse_cdata | pugi::parse_escapes | pugi::parse_eol | pugi::parse_ws_pcdata,
         pugi::encoding_utf8);
-    if (!result) {
-        parsed.error = QString::fromUtf8(result.description());
-        return parsed;
-    }
+    if (!result)
+        return failedAt(text, result);
+    mergeTexts(*tree);
     pugi::xml_node_struct* root = tree->document_element().internal_object();
     parsed.root = XMLNode(std::move(tree), root);
     return parsed;
@@ -195,7 +231,7 @@ void XMLNode::forEachChild(const std::function<void(const XMLNode&)>& visit) con
 
 const char* XMLNode::getText() const {
     for (const pugi::xml_node& child : node().children()) {
-        if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata)
+        if (isText(child))
             return child.value();
     }
     return nullptr;
@@ -207,7 +243,8 @@ QString XMLNode::toText() const {
     StringWriter writer;
     node().print(writer, "", pugi::format_raw | pugi::format_attribute_single_quote,
                  pugi::encoding_utf8);
-    // The printer leaves a carriage return in a text as it is, where a parser makes a line feed of it.
+    // The printer leaves a carriage return in a text as it is, where a parser makes a line feed of
+    // it.
     return QString::fromUtf8(writer.text.replace("\r", "&#13;"));
 }
 

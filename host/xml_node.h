@@ -66,10 +66,12 @@ public:
     /// Calls `visit` for each child element in order; linear where getChildNode(i) is not.
     void forEachChild(const std::function<void(const XMLNode&)>& visit) const;
 
-    /// The first text of the element (text or CDATA), or null when it has none.
+    /// The first text of the element (text or CDATA, up to a child element), or null when it has
+    /// none.
     const char* getText() const;
 
-    /// The element as XML text, as a saver would write it back: on one line if it holds none.
+    /// The element as XML text that reads back the same; line feeds stand only where the element
+    /// has them between its tags.
     QString toText() const;
 
     /// Byte offset of the element's `<` in the parsed text, or -1.

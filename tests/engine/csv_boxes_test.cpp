@@ -1,0 +1,211 @@
+/// ReadCsv and WriteCsv driven by hand, step by step.
+#include "engine/boxes/read_csv.h"
+#include "engine/boxes/write_csv.h"
+#include "engine/run.h"
+
+#include <gtest/gtest.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QTemporaryDir>
+
+using namespace velmorra;
+
+namespace {
+
+struct Messages : MessageSink {
+    void take(const Message& message) override {
+        text += '[' + std::to_string(message.level) + "] " + message.text.toStdString() + '\n';
+    }
+    std::string text;
+};
+
+/// Copies the rows of a ReadCsv to a WriteCsv through one wire, as a run would.
+class CsvBoxes : public testing::Test {
+protected:
+    struct Wire : InPin {
+        ActionItem* producer = nullptr;
+        OutPin out;
+        bool done = false;
+    };
+
+    QString path(const char* name) const { return folder_.filePath(QLatin1String(name)); }
+    void put(const std::string& text) {
+        QFile file(path("in.csv"));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(text.data(), qint64(text.size()));
+    }
+    std::string get(const char* name = "out.csv") const {
+        QFile file(path(name));
+        return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : "(none)";
+    }
+
+    static const OneRow* fetch(InPin& pin) {
+        Wire& wire = static_cast<Wire&>(pin);
+        while (!wire.done && wire.producer->isRunning()) {
+            wire.out.ready = false;
+            wire.done = wire.producer->runStep(wire.producer);
+            if (wire.out.ready && wire.producer->isRunning())
+                return &wire.out.row;
+        }
+        return nullptr;
+    }
+
+    void SetUp() override {
+        read_.file = path("in.csv");
+        write_.file = path("out.csv");
+        write_.runOptions = &options_;
+    }
+
+    /// "done", or what the run said. The output is committed only when nothing failed.
+    std::string run() {
+        Messages messages;
+        RunContext context{&messages, nullptr};
+        const RunContextScope scope(&context);
+        parameters_.runStatus = RunStatus::Running;
+        Wire wire;
+        wire.producer = &read_;
+        wire.fetch = fetch;
+        wire.columnsOf = [](InPin& pin) { return &static_cast<Wire&>(pin).out.row.shape(); };
+        InPin* const pins[] = {&wire};
+        read_.connectPins(nullptr, &wire.out, true);
+        write_.connectPins(pins, nullptr, true);
+        read_.rewindRun();
+        write_.rewindRun();
+        if (!read_.beforeRun() && !write_.beforeRun()) {
+            while (!write_.runStep(&write_)) {
+            }
+        }
+        if (parameters_.runStatus == RunStatus::Running && write_.finishOutput())
+            write_.commitOutput();
+        else
+            write_.discardOutput();
+        rows_ = write_.rowsWritten();
+        read_.afterRun();
+        write_.afterRun();
+        EXPECT_EQ(QDir(folder_.path()).entryList({".*"}, QDir::Files | QDir::Hidden).size(), 0);
+        return messages.text.empty() ? "done" : messages.text;
+    }
+
+    QTemporaryDir folder_;
+    GlobalParameters parameters_;
+    RunOptions options_;
+    ReadCsv read_{XMLNode::emptyNode(), &parameters_};
+    WriteCsv write_{XMLNode::emptyNode(), &parameters_};
+    qint64 rows_ = 0;
+};
+
+} // namespace
+
+TEST_F(CsvBoxes, CopyATableTwice) {
+    put("id,note\r\n7,\"a,b\"\r\n8,\r\n,\"\"\r\n");
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(run(), "done");
+        EXPECT_EQ(get(), "id,note\n7,\"a,b\"\n8,\n,\"\"\n");
+        EXPECT_EQ(rows_, 3);
+        QFile::remove(path("out.csv"));
+    }
+}
+
+TEST_F(CsvBoxes, CarryTypesAndOrder) {
+    put("id:K:01,x:F,t:U\n1,0.10,a\n2,1e20,\n4294967295,nan,\"\"\n");
+    read_.typed = write_.typed = true;
+    EXPECT_EQ(run(), "[1] '" + path("in.csv").toStdString() +
+                         "' line 4: the row is out of the declared order (rising by number): line "
+                         "3 has 'id' = 2, line 4 has 'id' = null\n");
+    EXPECT_EQ(get(), "(none)");
+    read_.sorted = "t:Z";
+    put("id:K,x:F,t:U\n1,0.10,b\n2,1e20,\"\"\n4294967295,nan,\n");
+    EXPECT_EQ(run(), "done");
+    EXPECT_EQ(get(), "id:K,x:F,t:U:Z1\n1,0.1,b\n2,1e+20,\"\"\n,nan,\n");
+}
+
+TEST_F(CsvBoxes, GiveTablesWithoutRowsOrColumns) {
+    put("a,b\n");
+    read_.types = "b:K";
+    write_.typed = true;
+    EXPECT_EQ(run(), "done");
+    EXPECT_EQ(get(), "a:U,b:K\n");
+    put("");
+    EXPECT_EQ(run(), "done");
+    EXPECT_EQ(get(), "");
+    read_.header = write_.header = write_.typed = false;
+    read_.types = QString();
+    put("1,2\n");
+    EXPECT_EQ(run(), "done");
+    EXPECT_EQ(get(), "1,2\n");
+}
+
+TEST_F(CsvBoxes, LimitTheRows) {
+    put("a\n1\n2\n3\nbroken,\n");
+    write_.limit = 2;
+    EXPECT_EQ(run(), "done");
+    EXPECT_EQ(get(), "a\n1\n2\n");
+    options_.rowLimit = 0;
+    EXPECT_EQ(run(), "done");
+    EXPECT_EQ(get(), "a\n");
+}
+
+TEST_F(CsvBoxes, LeaveTheEarlierFileWhenAnythingFails) {
+    QFile earlier(path("out.csv"));
+    ASSERT_TRUE(earlier.open(QIODevice::WriteOnly));
+    earlier.write("old");
+    earlier.close();
+    const std::string in = "'" + path("in.csv").toStdString() + "'";
+    EXPECT_EQ(run(), "[1] cannot read " + in + ": No such file or directory\n");
+    put("a,b\n1,2\n1\n");
+    EXPECT_EQ(run(), "[1] " + in + " line 3: the row has 1 field where 2 are expected\n");
+    read_.types = "B:K";
+    EXPECT_EQ(run(), "[1] " + in + ": types 'B:K': there is no column 'B'; did you mean 'b'?\n");
+    read_.types = QString();
+    read_.fieldLimit = 0;
+    EXPECT_NE(run().find("fieldLimit is 0; it must be from 1 to "), std::string::npos);
+    read_.fieldLimit = 100;
+    write_.file = path("none/out.csv");
+    EXPECT_NE(run().find("cannot write"), std::string::npos);
+    write_.file = "/dev/full";
+    put("a\n1\n");
+    EXPECT_EQ(run(), "[1] cannot write '/dev/full': No space left on device\n");
+    EXPECT_EQ(get(), "old");
+}
+
+TEST_F(CsvBoxes, GiveColumnsAndOneRowInColumnsOnlyMode) {
+    put("a,b\n1,2\n3,4\n5\n");
+    read_.sorted = "a:0";
+    OutPin out;
+    read_.connectPins(nullptr, &out, false);
+    read_.rewindRun();
+    EXPECT_FALSE(read_.beforeRun());
+    EXPECT_TRUE(read_.runStep(&read_));
+    EXPECT_TRUE(out.ready);
+    EXPECT_EQ(out.row.shape().names, (QVector<QString>{"a", "b"}));
+    EXPECT_EQ(out.row.sortInfos(), (QVector<SortInfos>{{0, SortNumberRising}}));
+    EXPECT_EQ(out.row.cells[1][0], 0x82);
+    read_.afterRun();
+    EXPECT_EQ(qint32(parameters_.runStatus), qint32(RunStatus::Running));
+}
+
+TEST_F(CsvBoxes, WarnOnceOfHalfCharacters) {
+    OutPin out;
+    PinOutMetaData shape{{QStringLiteral("t")}, {MetaInfo()}, {}};
+    out.row.setShape(shape);
+    RowBuffer buffer;
+    out.row.setColAsString(0, buffer, QString(QChar(0xD800)));
+    InPin pin;
+    static const OneRow* next = nullptr;
+    next = &out.row;
+    pin.fetch = [](InPin&) { return std::exchange(next, nullptr); };
+    InPin* const pins[] = {&pin};
+    Messages messages;
+    RunContext context{&messages, nullptr};
+    const RunContextScope scope(&context);
+    write_.connectPins(pins, nullptr, true);
+    write_.rewindRun();
+    ASSERT_FALSE(write_.beforeRun());
+    while (!write_.runStep(&write_)) {
+    }
+    EXPECT_TRUE(write_.finishOutput() && write_.commitOutput());
+    write_.afterRun();
+    EXPECT_EQ(get(), "t\n\xEF\xBF\xBD\n");
+    EXPECT_EQ(messages.text.substr(0, 26), "[2] 1 half characters (lon");
+}
