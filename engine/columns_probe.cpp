@@ -109,7 +109,7 @@ const PinOutMetaData* columnsOfEmptyTable(RunningBox& box, int out, RunContext& 
             action->parallelGroup = &group;
             action->connectPins(inPins.data(), outPins.get(), false);
             runProbe(*action, outPins.get(), probeContext);
-            for (size_t pin = 0; pin < box.spools.size(); ++pin) {
+            for (size_t pin = 0; action->isRunning() && pin < box.spools.size(); ++pin) {
                 if (!outPins[pin].row.isFresh())
                     box.foundColumns[pin] = outPins[pin].row.shape();
             }
