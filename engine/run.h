@@ -18,6 +18,9 @@ struct RunOptions {
     qint64 spoolBlock = 256 << 10;
     QString temporaryFolder; ///< empty: the system's
 
+    /// For tests: bytes that a sort may hold in memory, whatever its box says; 0: what it says.
+    qint64 sortMemory = 0;
+
     /// For tests: a spool on every wire, also where the producer's row could be handed on as it is.
     bool spoolEveryWire = false;
 

@@ -194,9 +194,9 @@ QString applyTypes(const QString& types, PinOutMetaData* shape) {
     });
 }
 
-QString applySorted(const QString& sorted, PinOutMetaData* shape) {
+QString applySorted(const QString& sorted, PinOutMetaData* shape, const char* setting) {
     QVector<SortInfos> order;
-    const QString problem = forEachEntry(sorted, "sorted", *shape, [&](const Entry& entry) {
+    const QString problem = forEachEntry(sorted, setting, *shape, [&](const Entry& entry) {
         const QStringView letter = entry.setting;
         const bool text = letter == u"A" || letter == u"Z";
         if (!text && letter != u"0" && letter != u"9")
