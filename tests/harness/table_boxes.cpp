@@ -93,7 +93,8 @@ void TableSink::rewindRun() {
 bool TableSink::firstStep() {
     const OneRow* const row = getNextRowFromInPin(0);
     if (row == nullptr) {
-        const PinOutMetaData* const columns = asksColumns ? columnsOfInPin(0) : nullptr;
+        const PinOutMetaData* const columns =
+            asksColumns && isRunning() ? columnsOfInPin(0) : nullptr;
         if (columns != nullptr)
             table_.shape = velmorra::detached(*columns);
         return true;
