@@ -14,10 +14,6 @@ target_compile_options(velmorra_options INTERFACE -Wall -Wextra -Wpedantic -Wsha
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     target_compile_options(velmorra_options INTERFACE -Wno-restrict)
 endif()
-# reports inlined standard library code once the sanitizers rewrite it.
-if(VELMORRA_SANITIZE)
-    target_compile_options(velmorra_options INTERFACE -Wno-null-dereference)
-endif()
 if(VELMORRA_WERROR)
     target_compile_options(velmorra_options INTERFACE -Werror)
 endif()

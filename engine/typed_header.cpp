@@ -22,11 +22,14 @@ MetaInfo metaInfo(QStringView letter) {
 
 /// The rank behind a sort type's letter; 0 when the text is no such pair.
 int sortRank(QStringView text) {
-    if (text.size() < 2 || !sortLetters.contains(text[0]) || text[1] == u'0' || text[1] == u'+')
+    const QStringView digits = text.mid(1);
+    const bool number = std::all_of(digits.begin(), digits.end(),
+                                    [](QChar unit) { return unit >= u'0' && unit <= u'9'; });
+    if (digits.isEmpty() || !number || digits[0] == u'0' || !sortLetters.contains(text[0]))
         return 0;
     bool ok = false;
-    const int rank = text.mid(1).toInt(&ok);
-    return ok && rank > 0 ? rank : 0;
+    const int rank = digits.toInt(&ok);
+    return ok ? rank : 0;
 }
 
 struct HeaderCell {

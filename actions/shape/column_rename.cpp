@@ -84,7 +84,7 @@ const StoredElement& ColumnRename::declaration() {
 }
 
 ColumnRename::ColumnRename(const XMLNode& element, GlobalParameters* parameters)
-    : PluginAction(element, parameters) {
+    : RowByRowAction(element, parameters) {
     nPinIn = 2;
     readStored(declaration());
     if (before.size() == after.size())
@@ -114,49 +114,9 @@ bool ColumnRename::beforeRun() {
     return false;
 }
 
-bool ColumnRename::afterRun() {
-    meeting_.part();
-    addedColumns_ = {};
-    return false;
-}
-
-void ColumnRename::rewindRun() {
-    meeting_.rewind();
-    setStep<&ColumnRename::firstStep>();
-}
-
-char ColumnRename::canRunInParallel(const QString&, bool* answer) {
-    *answer = true;
-    return 0;
-}
-
 char ColumnRename::fullTableRequiredToComputeMetas(int pin, bool* answer) {
     *answer = pin > 0;
     return 0;
-}
-
-bool ColumnRename::firstStep() {
-    const OneRow* const row = getNextRowFromInPin(0);
-    bool ready = row != nullptr;
-    if (isParallelCopy()) {
-        ready = ready && takeFromMaster();
-    } else {
-        ready = ready && resolve(*row);
-        meeting_.letCopiesGo();
-    }
-    if (!ready || !isRunning())
-        return true;
-    setStep<&ColumnRename::nextStep>();
-    passOn(*row);
-    return !mustComputeFull();
-}
-
-bool ColumnRename::nextStep() {
-    const OneRow* const row = getNextRowFromInPin(0);
-    if (row == nullptr)
-        return true;
-    passOn(*row);
-    return false;
 }
 
 void ColumnRename::passOn(const OneRow& row) {
@@ -165,15 +125,6 @@ void ColumnRename::passOn(const OneRow& row) {
     setRowReadyForOutput(0);
 }
 
-bool ColumnRename::takeFromMaster() {
-    if (!meeting_.meetMaster())
-        return false;
-    addedColumns_ = static_cast<const ColumnRename*>(parallelGroup->masterAction)->addedColumns_;
-    copyMetaFromMasterAction();
-    return true;
-}
-
-/// False when the Action has failed or the run has ended.
 bool ColumnRename::resolve(const OneRow& row) {
     Renaming renaming{row, *getOutputRowForOutputPin(0)};
     renaming.out.copyFrom(row);

@@ -11,12 +11,11 @@
 /// names only.
 #pragma once
 
-#include "plugin/parallel_meeting.h"
-#include "plugin/plugin_action.h"
+#include "plugin/row_by_row_action.h"
 
 #include <optional>
 
-class ColumnRename final : public PluginAction<ColumnRename, ActionIndex::ColumnRename> {
+class ColumnRename final : public RowByRowAction<ColumnRename, ActionIndex::ColumnRename> {
 public:
     enum CaseMode : int { AsIs, UpperCase, LowerCase, TitleCase };
 
@@ -24,9 +23,6 @@ public:
     static const StoredElement& declaration();
 
     bool beforeRun() override;
-    bool afterRun() override;
-    void rewindRun() override;
-    char canRunInParallel(const QString& partitionColumn, bool* answer) override;
     char fullTableRequiredToComputeMetas(int pin, bool* answer) override;
 
     // What is stored.
@@ -38,12 +34,14 @@ public:
     int caseMode = AsIs;
 
 private:
+    friend RowByRowAction;
     struct Renaming;
 
-    bool firstStep();
-    bool nextStep();
     bool resolve(const OneRow& row);
-    bool takeFromMaster();
+    void takeFrom(const ColumnRename& master) { addedColumns_ = master.addedColumns_; }
+    void passOn(const OneRow& row);
+    void release() { addedColumns_ = {}; }
+
     bool renameFromPin1(Renaming& renaming);
     bool renameFromTables(Renaming& renaming);
     bool renameOne(Renaming& renaming, const QString& name, const QString& newName);
@@ -53,11 +51,7 @@ private:
     QString inCase(const QString& name) const;
     void changeCase(Renaming& renaming);
     void addColumns(Renaming& renaming);
-    void passOn(const OneRow& row);
 
     // What the first row resolved.
     QVector<QString> addedColumns_;
-
-    // What changes per row.
-    ParallelMeeting meeting_{*this};
 };

@@ -46,7 +46,7 @@ const StoredElement& SelectColumns::declaration() {
 }
 
 SelectColumns::SelectColumns(const XMLNode& element, GlobalParameters* parameters)
-    : PluginAction(element, parameters) {
+    : RowByRowAction(element, parameters) {
     nPinIn = 2;
     readStored(declaration());
 }
@@ -56,60 +56,11 @@ bool SelectColumns::beforeRun() {
     return false;
 }
 
-bool SelectColumns::afterRun() {
-    meeting_.part();
-    sources_ = {};
-    return false;
-}
-
-void SelectColumns::rewindRun() {
-    meeting_.rewind();
-    setStep<&SelectColumns::firstStep>();
-}
-
-char SelectColumns::canRunInParallel(const QString&, bool* answer) {
-    *answer = true;
-    return 0;
-}
-
 char SelectColumns::fullTableRequiredToComputeMetas(int pin, bool* answer) {
     *answer = pin > 0;
     return 0;
 }
 
-bool SelectColumns::firstStep() {
-    const OneRow* const row = getNextRowFromInPin(0);
-    bool ready = row != nullptr;
-    if (isParallelCopy()) {
-        ready = ready && takeFromMaster();
-    } else {
-        ready = ready && resolve(*row);
-        meeting_.letCopiesGo();
-    }
-    if (!ready || !isRunning())
-        return true;
-    setStep<&SelectColumns::nextStep>();
-    passOn(*row);
-    return !mustComputeFull();
-}
-
-bool SelectColumns::nextStep() {
-    const OneRow* const row = getNextRowFromInPin(0);
-    if (row == nullptr)
-        return true;
-    passOn(*row);
-    return false;
-}
-
-bool SelectColumns::takeFromMaster() {
-    if (!meeting_.meetMaster())
-        return false;
-    sources_ = static_cast<const SelectColumns*>(parallelGroup->masterAction)->sources_;
-    copyMetaFromMasterAction();
-    return true;
-}
-
-/// False when the Action has failed or the run has ended.
 bool SelectColumns::resolve(const OneRow& row) {
     sources_.clear();
     if (!(keep ? findKept(row) : findDropped(row)) || !isRunning())

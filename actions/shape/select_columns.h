@@ -10,20 +10,16 @@
 #pragma once
 
 #include "actions/shape/find_column_occurrence.h"
-#include "plugin/parallel_meeting.h"
-#include "plugin/plugin_action.h"
+#include "plugin/row_by_row_action.h"
 
 #include <vector>
 
-class SelectColumns final : public PluginAction<SelectColumns, ActionIndex::SelectColumns> {
+class SelectColumns final : public RowByRowAction<SelectColumns, ActionIndex::SelectColumns> {
 public:
     SelectColumns(const XMLNode& element, GlobalParameters* parameters);
     static const StoredElement& declaration();
 
     bool beforeRun() override;
-    bool afterRun() override;
-    void rewindRun() override;
-    char canRunInParallel(const QString& partitionColumn, bool* answer) override;
     char fullTableRequiredToComputeMetas(int pin, bool* answer) override;
 
     // What is stored.
@@ -32,10 +28,13 @@ public:
     bool abort = true; ///< a missing column to drop is an error; else a warning
 
 private:
-    bool firstStep();
-    bool nextStep();
+    friend RowByRowAction;
+
     bool resolve(const OneRow& row);
-    bool takeFromMaster();
+    void takeFrom(const SelectColumns& master) { sources_ = master.sources_; }
+    void passOn(const OneRow& row);
+    void release() { sources_ = {}; }
+
     bool findKept(const OneRow& row);
     bool findDropped(const OneRow& row);
     bool markDropped(const OneRow& row, const QString& name, SeenColumns& seen,
@@ -44,12 +43,10 @@ private:
     template <class Take>
     bool forEachNameOnPin1(Take take);
     void shapeOutput(const OneRow& row);
-    void passOn(const OneRow& row);
 
     // What the first row resolved.
     std::vector<int> sources_; ///< for each output column the input column that fills it
 
-    // What changes per row.
+    // What the run counts.
     int warnings_ = 0;
-    ParallelMeeting meeting_{*this};
 };

@@ -35,7 +35,27 @@ QString fallbackText(const StoredAttribute& attribute) {
     return isText ? QLatin1Char('"') + fallback + QLatin1Char('"') : fallback;
 }
 
-/// Lines of cells, each column as wide as its widest cell, indented.
+constexpr qsizetype pageWidth = 96;
+constexpr qsizetype narrowestText = 40;
+
+/// A text in lines of at most `width` characters where its words allow that, each but the first
+/// indented.
+QString wrapped(const QString& text, qsizetype width, qsizetype indent) {
+    QString result;
+    qsizetype lineStart = 0;
+    for (const QString& word : text.split(u' ')) {
+        if (result.size() - lineStart + word.size() + 1 > width && result.size() > lineStart) {
+            result += QLatin1Char('\n') + QString(indent, u' ');
+            lineStart = result.size();
+        } else if (result.size() > lineStart) {
+            result += u' ';
+        }
+        result += word;
+    }
+    return result;
+}
+
+/// Lines of cells, each column as wide as its widest cell, indented; the last column is wrapped.
 QByteArray alignedLines(const QVector<QStringList>& lines, int indent) {
     QVector<qsizetype> widths;
     for (const QStringList& cells : lines) {
@@ -46,9 +66,10 @@ QByteArray alignedLines(const QVector<QStringList>& lines, int indent) {
     QString text;
     for (const QStringList& cells : lines) {
         QString line(indent, u' ');
-        for (qsizetype i = 0; i < cells.size(); ++i)
-            line += i + 1 < cells.size() ? cells[i].leftJustified(widths[i] + 2) : cells[i];
-        text += line + QLatin1Char('\n');
+        for (qsizetype i = 0; i + 1 < cells.size(); ++i)
+            line += cells[i].leftJustified(widths[i] + 2);
+        const qsizetype width = std::max(pageWidth - line.size(), narrowestText);
+        text += line + wrapped(cells.back(), width, line.size()) + QLatin1Char('\n');
     }
     return text.toUtf8();
 }

@@ -89,7 +89,7 @@ QString parseErrorText(const CLI::ParseError& error) {
 ExitStatus runCommandLine(int argc, char** argv,
                           const std::vector<std::unique_ptr<Command>>& commands) {
     CLI::App program("Runs graphs of streaming row operators on tables.", "velmorra");
-    program.set_version_flag("--version", "velmorra " VELMORRA_VERSION);
+    program.set_version_flag("--version", "velmorra " VELMORRA_VERSION, "the program's version");
     program.set_help_flag("-h,--help", "this text");
     program.require_subcommand(0, 1);
     program.allow_extras();

@@ -41,9 +41,10 @@ ExitStatus RunCommand::execute() {
         return ExitStatus::NotLoadable;
     }
     velmorra::GraphLoad load = velmorra::loadGraph(textOf(graph_), catalog, settings_.parameters);
-    if (settings_.strict) {
-        for (velmorra::GraphProblem& problem : load.problems)
-            problem.isError = true;
+    for (velmorra::GraphProblem& problem : load.problems) {
+        problem.isError |= settings_.strict;
+        if (load.graph == nullptr)
+            problem.text.prepend(textOf(graph_) + QLatin1String(": "));
     }
     log.takeProblems(load.problems);
     if (!load.isRunnable())

@@ -20,7 +20,7 @@ public:
 
 class Pick : public SettingsBox {
 public:
-    using SettingsBox::SettingsBox;
+    Pick(const XMLNode& element, GlobalParameters* parameters) : SettingsBox(element, parameters) {}
     const char* actionName() const override { return "Pick"; }
     QStringList getAlternativeNames() const override { return {QStringLiteral("Choose")}; }
     const StoredElement& storedElement() const override {
@@ -42,7 +42,8 @@ public:
 
 class Change : public SettingsBox {
 public:
-    using SettingsBox::SettingsBox;
+    Change(const XMLNode& element, GlobalParameters* parameters)
+        : SettingsBox(element, parameters) {}
     const char* actionName() const override { return "Change"; }
     const StoredElement& storedElement() const override {
         static const StoredElement element =
