@@ -5,8 +5,7 @@
 
 #include <gtest/gtest.h>
 
-using namespace velmorra;
-using namespace harness;
+namespace velmorra::harness {
 
 namespace {
 
@@ -129,3 +128,5 @@ TEST(CaseCheck, WrittenExpectationsAreThoseOfTheRun) {
 }
 
 } // namespace
+
+} // namespace velmorra::harness
