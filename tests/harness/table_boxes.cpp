@@ -3,7 +3,9 @@
 namespace velmorra::harness {
 
 namespace {
-constexpr uchar poison = 0xA5;
+// As a text cell it is the empty text, so that a pointer that was kept too long gives a wrong row,
+// and not a read beyond the bytes.
+constexpr uchar poison = cell::emptyText;
 } // namespace
 
 const StoredElement& TableBox::storedElement() const {
