@@ -129,6 +129,13 @@ QJsonObject elementJson(const StoredElement& declaration) {
     return result;
 }
 
+/// What an example writes for a text: a column's name, unless the attribute's name says otherwise.
+const char* exampleValue(std::string_view attribute) {
+    if (attribute == "file")
+        return "table.csv";
+    return attribute == "by" ? "a:A" : "a";
+}
+
 } // namespace
 
 QString categoryTitle(const QString& category) {
@@ -146,9 +153,8 @@ QString exampleCommand(const ActionItem& action) {
         if (attribute.kind != StoredKind::Text || attribute.written != Written::Always ||
             !fallbackOf(attribute).isEmpty())
             continue;
-        const bool isFile = std::string_view(attribute.name) == "file";
-        text += QLatin1Char(' ') + QLatin1String(attribute.name) +
-                QLatin1String(isFile ? "=table.csv" : "=a");
+        text += QLatin1Char(' ') + QLatin1String(attribute.name) + QLatin1Char('=') +
+                QLatin1String(exampleValue(attribute.name));
     }
     if (const auto& list = declaration.ownList())
         text += QLatin1Char(' ') + QLatin1String(list->name) + QLatin1String("=a,b");
