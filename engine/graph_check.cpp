@@ -5,6 +5,7 @@
 #include "engine/graph_part.h"
 
 #include <QtCore/QFileInfo>
+#include <QtCore/QSet>
 
 #include <algorithm>
 #include <functional>
@@ -185,20 +186,21 @@ private:
             add({1, box, -1, {}, QStringLiteral("it refuses to run and doesn't say why"), {}});
     }
 
+    /// A box that makes a whole table says again what it said when it was asked itself.
     bool isKnown(const BoxProblem& problem) const {
-        return std::any_of(look_.problems.begin(), look_.problems.end(),
-                           [&](const BoxProblem& known) {
-                               return known.box == problem.box && known.text == problem.text;
-                           });
+        return known_.contains({problem.box, problem.text});
     }
 
     void add(BoxProblem problem) {
-        if (!isKnown(problem))
-            look_.problems.push_back(std::move(problem));
+        if (isKnown(problem))
+            return;
+        known_.insert({problem.box, problem.text});
+        look_.problems.push_back(std::move(problem));
     }
 
     const Graph& graph_;
     std::vector<std::vector<ProbeInput>> inputs_; ///< by box and pin
+    QSet<std::pair<int, QString>> known_;         ///< boxes with what they said
     GraphLook look_;
 };
 
