@@ -33,7 +33,10 @@ enum class RunOutcome { Done, Failed, Cancelled };
 /// What a monitor may read of a sink while the run goes on.
 struct SinkProgress {
     QString title;
+    QString boxId;
+    QString boxName; ///< the Action's name
     qint64 rows = 0;
+    double share = -1; ///< of what its sources hold, from 0 to 1; negative when unknown
 };
 
 class Run {
