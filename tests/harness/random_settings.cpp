@@ -4,7 +4,7 @@
 #include <limits>
 #include <random>
 
-namespace harness {
+namespace velmorra::harness {
 
 namespace {
 
@@ -157,4 +157,4 @@ std::string differenceOfSettings(ActionItem& a, ActionItem& b) {
     return difference;
 }
 
-} // namespace harness
+} // namespace velmorra::harness
