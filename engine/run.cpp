@@ -106,7 +106,7 @@ struct Run::State {
     Wiring wiring;
     std::vector<std::unique_ptr<Sink>> sinks;
     std::vector<const SourceBox*> sources;
-    std::vector<OutputBox*> outputs;
+    std::vector<std::pair<ActionItem*, OutputKeeper*>> outputs;
 
     State(Graph& graph, MessageSink& sink, const RunOptions& options)
         : messages(sink, graph.parameters.runStatus),
@@ -117,8 +117,8 @@ struct Run::State {
                 sinks.push_back(std::make_unique<Sink>(*box));
             if (const auto* const source = dynamic_cast<const SourceBox*>(box->action))
                 sources.push_back(source);
-            if (auto* const output = dynamic_cast<OutputBox*>(box->action))
-                outputs.push_back(output);
+            if (auto* const output = dynamic_cast<OutputKeeper*>(box->action))
+                outputs.push_back({box->action, output});
         }
     }
 
@@ -136,10 +136,10 @@ struct Run::State {
     }
 
     /// Calls an operation of every output, as long as it succeeds.
-    bool forEachOutput(bool (OutputBox::*operation)()) {
-        for (OutputBox* const output : outputs) {
+    bool forEachOutput(bool (OutputKeeper::*operation)()) {
+        for (const auto& [box, output] : outputs) {
             bool succeeded = false;
-            runGuarded(context, *output, [&] { succeeded = (output->*operation)(); });
+            runGuarded(context, *box, [&, keeper = output] { succeeded = (keeper->*operation)(); });
             if (!succeeded)
                 return false;
         }
@@ -167,8 +167,8 @@ RunOutcome Run::execute() {
                                         [](const auto& box) { return box->actionFailed; });
         // Every output is whole before the first one is put in its place.
         if (failed || status != RunStatus::Running ||
-            !state_->forEachOutput(&OutputBox::finishOutput) || status != RunStatus::Running ||
-            !state_->forEachOutput(&OutputBox::commitOutput)) {
+            !state_->forEachOutput(&OutputKeeper::finishOutput) || status != RunStatus::Running ||
+            !state_->forEachOutput(&OutputKeeper::commitOutput)) {
             status.endAs(RunStatus::Failed);
             removeTemporaryFiles();
         }
@@ -180,7 +180,7 @@ RunOutcome Run::execute() {
 }
 
 void Run::removeTemporaryFiles() {
-    for (OutputBox* const output : state_->outputs)
+    for (const auto& [box, output] : state_->outputs)
         output->discardOutput();
 }
 
