@@ -19,6 +19,10 @@ QString fallbackOf(const StoredAttribute& attribute, const GlobalParameters* par
                                             : attribute.fallbackFor(parameters);
 }
 
+qint64 settled(const StoredAttribute& attribute, qint64 number) {
+    return attribute.settle == nullptr ? number : attribute.settle(number);
+}
+
 void readAttribute(const StoredAttribute& attribute, const ActionItem& action, const char* text,
                    const QString& fallback) {
     const QByteArray bytes = fallback.toUtf8();
@@ -29,10 +33,11 @@ void readAttribute(const StoredAttribute& attribute, const ActionItem& action, c
         memberAs<QString>(member, action) = xmltoa(text, fallback);
         break;
     case StoredKind::Integer:
-        memberAs<int>(member, action) = xmltoi(text, xmltoi(other, 0));
+        memberAs<int>(member, action) =
+            static_cast<int>(settled(attribute, xmltoi(text, xmltoi(other, 0))));
         break;
     case StoredKind::LongInteger:
-        memberAs<qint64>(member, action) = xmltol(text, xmltol(other, 0));
+        memberAs<qint64>(member, action) = settled(attribute, xmltol(text, xmltol(other, 0)));
         break;
     case StoredKind::Number:
         memberAs<double>(member, action) = xmltof(text, xmltof(other, 0));
@@ -181,7 +186,7 @@ void StoredElement::writeContent(const ActionItem& action, const GlobalParameter
     }
     for (const QString& further : furtherChildren)
         stream << further << '\n';
-    stream << "</" << name << '>' << layout_.afterClose;
+    stream << layout_.beforeClose << "</" << name << '>' << layout_.afterClose;
 }
 
 QStringList StoredElement::unknownChildren(const XMLNode& node) const {

@@ -40,6 +40,8 @@ struct StoredAttribute {
     StoredMember member;
     /// Where the default depends on the graph: gives it as text; else null.
     QString (*fallbackFor)(const GlobalParameters*) = nullptr;
+    /// Where the format takes some whole numbers for others: what a number that was read counts as.
+    qint64 (*settle)(qint64) = nullptr;
 };
 
 /// A list of strings, stored as child elements `<s>`.
@@ -50,10 +52,11 @@ struct StoredList {
 };
 
 /// The line feeds and blanks around the content of an element, as the format has them: behind its
-/// opening tag and behind its closing tag.
+/// opening tag, behind its closing tag, and in front of its closing tag.
 struct StoredLayout {
     const char* afterOpen = "\n";
     const char* afterClose = "\n";
+    const char* beforeClose = "";
 };
 
 /// A problem in a hand-written element.
@@ -121,6 +124,18 @@ public:
     /// The default of the attribute declared last, where it depends on the graph.
     StoredElement& fallbackBy(QString (*fallback)(const GlobalParameters*)) {
         attributes_.back().fallbackFor = fallback;
+        return *this;
+    }
+
+    /// What a number of the attribute declared last counts as when it is read.
+    StoredElement& settledBy(qint64 (*settle)(qint64)) {
+        attributes_.back().settle = settle;
+        return *this;
+    }
+
+    /// The layout of an element that has children.
+    StoredElement& layout(StoredLayout layout) {
+        layout_ = layout;
         return *this;
     }
 

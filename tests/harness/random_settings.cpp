@@ -74,16 +74,22 @@ Value& valueOf(StoredMember member, ActionItem& action) {
     return *static_cast<Value*>(member(&action));
 }
 
+/// What loading makes of a number.
+qint64 settled(const StoredAttribute& attribute, qint64 number) {
+    return attribute.settle == nullptr ? number : attribute.settle(number);
+}
+
 void setAttribute(ActionItem& action, const StoredAttribute& attribute, Random& random) {
     switch (attribute.kind) {
     case StoredKind::Text:
         valueOf<QString>(attribute.member, action) = nastyText(random);
         break;
     case StoredKind::Integer:
-        valueOf<int>(attribute.member, action) = anyInteger<int>(random);
+        valueOf<int>(attribute.member, action) =
+            static_cast<int>(settled(attribute, anyInteger<int>(random)));
         break;
     case StoredKind::LongInteger:
-        valueOf<qint64>(attribute.member, action) = anyInteger<qint64>(random);
+        valueOf<qint64>(attribute.member, action) = settled(attribute, anyInteger<qint64>(random));
         break;
     case StoredKind::Number:
         valueOf<double>(attribute.member, action) = anyNumber(random);

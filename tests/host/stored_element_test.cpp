@@ -35,6 +35,7 @@ public:
                 .text<&Everything::always>("always", "", Written::Always, "")
                 .text<&Everything::name>("outName", "sum", Written::WhenNotDefault, "")
                 .integer<&Everything::number>("number", 3, Written::WhenNotDefault, "")
+                .settledBy([](qint64 read) { return std::max<qint64>(read, -100); })
                 .longInteger<&Everything::large>("large", 0, Written::WhenNotDefault, "")
                 .number<&Everything::decay>("decay", 0.1, Written::WhenNotDefault, "")
                 .boolean<&Everything::flag>("flag", true, Written::WhenNotDefault, "")
@@ -78,7 +79,7 @@ public:
     explicit Listing(const XMLNode& element) : Everything(element, listing()) {}
     static const StoredElement& listing() {
         static const StoredElement element =
-            StoredElement(2.08).list<&Listing::columns>("entries", "", {"\n  ", "\n"});
+            StoredElement(2.08).list<&Listing::columns>("entries", "", {"\n  ", "\n", " "});
         return element;
     }
     const char* actionName() const override { return "Listing"; }
@@ -171,7 +172,14 @@ TEST(StoredElement, ADefaultMayDependOnTheGraph) {
 
 TEST(StoredElement, AListStandsByTheLayout) {
     const Listing listing(parsed("<Listing><any>a</any><s>b</s></Listing>"));
-    EXPECT_EQ(saved(listing), "<Listing version='2.08'>\n  <s>a</s>\n<s>b</s>\n</Listing>\n");
+    EXPECT_EQ(saved(listing), "<Listing version='2.08'>\n  <s>a</s>\n<s>b</s>\n </Listing>\n");
+}
+
+TEST(StoredElement, ANumberMayCountAsAnotherWhenItIsRead) {
+    Everything action(parsed("<Everything number='-101'/>"), nullptr);
+    EXPECT_EQ(action.number, -100);
+    action.number = -101;
+    EXPECT_NE(saved(action).find(" number='-101'"), std::string::npos);
 }
 
 TEST(StoredElement, KeepsWhatNobodyDeclared) {
