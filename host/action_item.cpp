@@ -35,7 +35,7 @@ ActionItem::ActionItem(const XMLNode& element, GlobalParameters* parameters)
 ActionItem::~ActionItem() = default;
 
 void ActionItem::readStored(const StoredElement& declaration) {
-    declaration.read(*this, element_, globalParameters);
+    declaration.read(this, element_, globalParameters);
     for (int i = 0; i < element_.nAttribute(); ++i) {
         const QString name = QString::fromUtf8(element_.attributeName(i));
         const bool declared = std::any_of(
@@ -64,10 +64,10 @@ void ActionItem::saveAI(XMLStream& stream, const QString& text, double version) 
 void ActionItem::saveToXML(XMLStream& stream, const QString& text) const {
     const StoredElement& declaration = storedElement();
     saveAI(stream, text, declaration.version(*this));
-    declaration.writeAttributes(*this, globalParameters, stream);
+    declaration.writeAttributes(this, globalParameters, stream);
     for (const auto& [name, value] : unknownAttributes_)
         writeAttribute(stream, name, value);
-    declaration.writeContent(*this, globalParameters, actionName(), stream, unknownChildren_);
+    declaration.writeContent(this, globalParameters, actionName(), stream, unknownChildren_);
     toXMLStringTool().freeBuffer();
 }
 
