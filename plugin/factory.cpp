@@ -1,6 +1,7 @@
 #include "plugin/factory.h"
 
 #include "actions/aggregate/accumulator.h"
+#include "actions/shape/append.h"
 #include "actions/shape/column_rename.h"
 #include "actions/shape/select_columns.h"
 #include "plugin/catalogue.h"
@@ -22,9 +23,8 @@ constexpr Registration registered() {
 
 // In the order of the catalogue.
 constexpr Registration registrations[] = {
-    registered<SelectColumns>(),
-    registered<ColumnRename>(),
-    registered<Accumulator>(),
+    registered<SelectColumns>(), registered<Flatten>(),      registered<InsertKey>(),     registered<ColumnRename>(), registered<Append>(),
+    registered<Split>(),         registered<Accumulator>(),
 };
 
 constexpr bool comesBefore(const Registration& a, const Registration& b) {
