@@ -5,6 +5,7 @@
 #include "actions/shape/column_rename.h"
 #include "actions/shape/insert_key.h"
 #include "actions/shape/select_columns.h"
+#include "actions/shape/split.h"
 #include "plugin/catalogue.h"
 
 #include <algorithm>
