@@ -6,6 +6,7 @@
 #include "actions/shape/insert_key.h"
 #include "actions/shape/select_columns.h"
 #include "actions/shape/split.h"
+#include "actions/shape/unflatten.h"
 #include "plugin/catalogue.h"
 
 #include <algorithm>
@@ -25,7 +26,8 @@ constexpr Registration registered() {
 
 // In the order of the catalogue.
 constexpr Registration registrations[] = {
-    registered<SelectColumns>(), registered<Flatten>(),      registered<InsertKey>(),     registered<ColumnRename>(), registered<Append>(),
+    registered<SelectColumns>(), registered<Flatten>(),      registered<Unflatten>(),
+    registered<InsertKey>(),     registered<ColumnRename>(), registered<Append>(),
     registered<Split>(),         registered<Accumulator>(),
 };
 
