@@ -3,6 +3,7 @@
 #include "actions/aggregate/accumulator.h"
 #include "actions/shape/append.h"
 #include "actions/shape/column_rename.h"
+#include "actions/shape/flatten.h"
 #include "actions/shape/insert_key.h"
 #include "actions/shape/select_columns.h"
 #include "actions/shape/split.h"
