@@ -45,7 +45,8 @@ std::optional<qint64> numberBetween(const QString& text, qint64 lowest, qint64 h
 void RunSettings::declare(CLI::App& app) {
     addValues(app, "--set", parameterWords_, "NAME=VALUE",
               "sets a parameter, which wins over the graph's own");
-    addValue(app, "--threads", threadsWord_, "N", "threads that the run may use (1)");
+    addValue(app, "--threads", threadsWord_, "N",
+             "threads that the run may use (1; more bring nothing yet)");
     addValue(app, "--progress", progressWord_, "WHEN",
              "draw progress: auto (on a terminal), always or never");
     addValue(app, "--log", logWord_, "FORMAT", "messages as text, or as json, a line each");

@@ -11,7 +11,7 @@
 #include <mutex>
 #include <thread>
 
-using namespace velmorra;
+namespace velmorra {
 
 namespace {
 
@@ -426,3 +426,5 @@ TEST(ParallelSection, MissingPartitionColumnFailsWithItsName) {
 }
 
 } // namespace
+
+} // namespace velmorra

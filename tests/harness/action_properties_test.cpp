@@ -19,8 +19,7 @@
 #include <iostream>
 #include <thread>
 
-using namespace velmorra;
-using namespace harness;
+namespace velmorra::harness {
 
 namespace {
 
@@ -309,3 +308,5 @@ TEST(EveryAction, HasWhatBelongsToIt) {
 }
 
 } // namespace
+
+} // namespace velmorra::harness

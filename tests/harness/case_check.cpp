@@ -4,9 +4,7 @@
 
 #include <algorithm>
 
-namespace harness {
-
-using namespace velmorra;
+namespace velmorra::harness {
 
 namespace {
 
@@ -227,4 +225,4 @@ Case rewrittenCase(const Case& expected, const ActionCatalog& catalog) {
     return written;
 }
 
-} // namespace harness
+} // namespace velmorra::harness

@@ -3,7 +3,7 @@
 
 #include "tests/harness/case_run.h"
 
-namespace harness {
+namespace velmorra::harness {
 
 /// What differs: the line of the file that expects otherwise, and a text with a diff.
 struct Difference {
@@ -12,10 +12,10 @@ struct Difference {
 };
 
 /// Runs a case under a circumstance and compares. Empty when everything is as expected.
-QVector<Difference> checkCase(const Case& expected, const velmorra::ActionCatalog& catalog,
+QVector<Difference> checkCase(const Case& expected, const ActionCatalog& catalog,
                               Circumstance circumstance);
 
 /// The case with its expectations (out, log, fails, saved, columns) as a plain run gives them.
-Case rewrittenCase(const Case& expected, const velmorra::ActionCatalog& catalog);
+Case rewrittenCase(const Case& expected, const ActionCatalog& catalog);
 
-} // namespace harness
+} // namespace velmorra::harness

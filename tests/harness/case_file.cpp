@@ -4,7 +4,7 @@
 
 #include <QtCore/QFile>
 
-namespace harness {
+namespace velmorra::harness {
 
 namespace {
 
@@ -194,4 +194,4 @@ QString caseFileText(const CaseFile& file) {
     return text;
 }
 
-} // namespace harness
+} // namespace velmorra::harness

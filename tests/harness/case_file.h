@@ -10,9 +10,7 @@
 #include <memory>
 #include <optional>
 
-namespace harness {
-
-using velmorra::PackedTable;
+namespace velmorra::harness {
 
 /// An element of a case's chain, from 0, and one of its pins.
 struct Place {
@@ -73,4 +71,4 @@ CaseFile parseCaseFile(const QString& text, const QString& path);
 /// The text of a case file, from the sections of its cases.
 QString caseFileText(const CaseFile& file);
 
-} // namespace harness
+} // namespace velmorra::harness

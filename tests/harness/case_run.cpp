@@ -9,9 +9,7 @@
 
 #include <algorithm>
 
-namespace harness {
-
-using namespace velmorra;
+namespace velmorra::harness {
 
 namespace {
 
@@ -285,4 +283,4 @@ QString savedText(const Case& run, const ActionCatalog& catalog) {
     return QString::fromStdU16String(stream.str());
 }
 
-} // namespace harness
+} // namespace velmorra::harness

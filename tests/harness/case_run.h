@@ -8,7 +8,7 @@
 #include <array>
 #include <mutex>
 
-namespace harness {
+namespace velmorra::harness {
 
 enum class Circumstance {
     Plain,
@@ -47,7 +47,7 @@ private:
 /// What a run of a case gave.
 struct CaseResult {
     QString problem; ///< why it couldn't be run at all, or how a box broke its contract
-    velmorra::RunOutcome outcome = velmorra::RunOutcome::Failed;
+    RunOutcome outcome = RunOutcome::Failed;
     std::map<Place, PackedTable> outputs;
     std::map<Place, QString> columns; ///< headers in columns-only mode, where that was asked for
     QStringList log;
@@ -57,33 +57,31 @@ struct CaseResult {
 /// The graph of a case, with sources on the pins that have a table and sinks behind those that are
 /// expected (all of the last element's when `allPins`).
 struct CaseGraph {
-    velmorra::Graph graph;
+    Graph graph;
     std::vector<int> elements; ///< places of the boxes
     std::map<Place, TableSink*> sinks;
     QString problem;
 };
 
 /// Makes the elements of a case; a problem names what is wrong with them.
-std::vector<std::unique_ptr<ActionItem>> makeElements(const Case& run,
-                                                      const velmorra::ActionCatalog& catalog,
+std::vector<std::unique_ptr<ActionItem>> makeElements(const Case& run, const ActionCatalog& catalog,
                                                       GlobalParameters& parameters,
                                                       QString& problem);
 
-void buildGraph(CaseGraph& built, const Case& run, const velmorra::ActionCatalog& catalog,
+void buildGraph(CaseGraph& built, const Case& run, const ActionCatalog& catalog,
                 SourceHabits habits, bool allPins);
 
-CaseResult runCase(const Case& run, const velmorra::ActionCatalog& catalog,
-                   Circumstance circumstance, bool allPins = false);
+CaseResult runCase(const Case& run, const ActionCatalog& catalog, Circumstance circumstance,
+                   bool allPins = false);
 
 /// Whether the case's one element may run as a master and copies, and with which partition column
 /// of pin 0; null when it may not, or there is no row to share.
-std::optional<QString> parallelPartition(const Case& run, const velmorra::ActionCatalog& catalog);
+std::optional<QString> parallelPartition(const Case& run, const ActionCatalog& catalog);
 
 /// What canRunInParallel of the case's first element answers.
-bool answersParallel(const Case& run, const velmorra::ActionCatalog& catalog,
-                     const QString& partitionColumn);
+bool answersParallel(const Case& run, const ActionCatalog& catalog, const QString& partitionColumn);
 
 /// The element as loading and saving gives it back, on its own.
-QString savedText(const Case& run, const velmorra::ActionCatalog& catalog);
+QString savedText(const Case& run, const ActionCatalog& catalog);
 
-} // namespace harness
+} // namespace velmorra::harness

@@ -20,7 +20,7 @@
 #include <algorithm>
 #include <iostream>
 
-namespace harness {
+namespace velmorra::harness {
 
 namespace {
 
@@ -126,8 +126,8 @@ public:
 
 } // namespace
 
-velmorra::ActionCatalog& testCatalog() {
-    static velmorra::ActionCatalog catalog;
+ActionCatalog& testCatalog() {
+    static ActionCatalog catalog;
     return catalog;
 }
 
@@ -147,15 +147,10 @@ std::vector<CaseFile>& caseFiles() {
     return files;
 }
 
-} // namespace harness
-
-int main(int argc, char** argv) {
-    using namespace harness;
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    testing::InitGoogleTest(&argc, argv);
-    const QGuiApplication application(argc, argv);
+/// Registers and runs everything; the exit status.
+int runAll() {
     Stray stray;
-    WindowlessMainUI ui(stray);
+    const WindowlessMainUI ui(stray);
     const QString error = testCatalog().load();
     if (!error.isNull()) {
         std::cerr << error.toStdString() << '\n';
@@ -167,4 +162,13 @@ int main(int argc, char** argv) {
     if (isWriting())
         writeFiles();
     return status;
+}
+
+} // namespace velmorra::harness
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    testing::InitGoogleTest(&argc, argv);
+    const QGuiApplication application(argc, argv);
+    return velmorra::harness::runAll();
 }

@@ -4,12 +4,12 @@
 #include "engine/catalog.h"
 #include "tests/harness/case_file.h"
 
-namespace harness {
+namespace velmorra::harness {
 
 /// The Actions that the plug-in and the engine bring.
-velmorra::ActionCatalog& testCatalog();
+ActionCatalog& testCatalog();
 
 /// The files under tests/cases, in name order.
 std::vector<CaseFile>& caseFiles();
 
-} // namespace harness
+} // namespace velmorra::harness

@@ -17,6 +17,9 @@ from pathlib import Path
 EXPECTATIONS = {"out", "log", "fails"}
 SECONDS = 60
 
+# From here on a Key counts as null, and is written as one.
+FIRST_NULL_KEY = 4294967294
+
 # What the command line puts behind the level to say which box speaks.
 BOX = re.compile(r"^(\[\d+\] )box \S+ (?:'.*?' )?\([^)]*\): ")
 
@@ -88,7 +91,9 @@ def value_of(field, column_type):
         return None
     if column_type == "U":
         return text
-    return repr(float(text)) if column_type == "F" else str(int(text))
+    if column_type == "F":
+        return repr(float(text))
+    return int(text) if int(text) < FIRST_NULL_KEY else None
 
 
 def table_of(text):

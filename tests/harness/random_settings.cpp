@@ -5,7 +5,7 @@
 #include <limits>
 #include <random>
 
-namespace harness {
+namespace velmorra::harness {
 
 namespace {
 
@@ -183,4 +183,4 @@ std::string differenceOfSettings(ActionItem& a, ActionItem& b) {
     return settings[0].size() == settings[1].size() ? "" : "other numbers of records";
 }
 
-} // namespace harness
+} // namespace velmorra::harness

@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace harness {
+namespace velmorra::harness {
 
 /// Sets every declared attribute and list of an Action, the same for the same seed. All lists of
 /// one Action get the same length, since pairs of lists belong together.
@@ -15,4 +15,4 @@ void setRandomly(ActionItem& action, unsigned seed);
 /// none does. Null and the empty text are two values in a list.
 std::string differenceOfSettings(ActionItem& a, ActionItem& b);
 
-} // namespace harness
+} // namespace velmorra::harness

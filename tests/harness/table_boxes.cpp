@@ -1,9 +1,11 @@
 #include "tests/harness/table_boxes.h"
 
-namespace harness {
+namespace velmorra::harness {
 
 namespace {
-constexpr uchar poison = 0xA5;
+// As a text cell it is the empty text, so that a pointer that was kept too long gives a wrong row,
+// and not a read beyond the bytes.
+constexpr uchar poison = cell::emptyText;
 } // namespace
 
 const StoredElement& TableBox::storedElement() const {
@@ -26,7 +28,7 @@ ActionItem* TableSource::clone(GlobalParameters* parameters) const {
 void TableSource::rewindRun() {
     next_ = 0;
     steps_ = 0;
-    packed_.setShape(velmorra::detached(table_->shape));
+    packed_.setShape(detached(table_->shape));
     setStep<&TableSource::step>();
 }
 
@@ -93,12 +95,13 @@ void TableSink::rewindRun() {
 bool TableSink::firstStep() {
     const OneRow* const row = getNextRowFromInPin(0);
     if (row == nullptr) {
-        const PinOutMetaData* const columns = asksColumns ? columnsOfInPin(0) : nullptr;
+        const PinOutMetaData* const columns =
+            asksColumns && isRunning() ? columnsOfInPin(0) : nullptr;
         if (columns != nullptr)
-            table_.shape = velmorra::detached(*columns);
+            table_.shape = detached(*columns);
         return true;
     }
-    table_.shape = velmorra::detached(row->shape());
+    table_.shape = detached(row->shape());
     setStep<&TableSink::step>();
     take(*row);
     return false;
@@ -125,4 +128,4 @@ void TableSink::take(const OneRow& row) {
     ++rowsTaken_;
 }
 
-} // namespace harness
+} // namespace velmorra::harness

@@ -8,9 +8,7 @@
 #include <atomic>
 #include <memory>
 
-namespace harness {
-
-using velmorra::PackedTable;
+namespace velmorra::harness {
 
 /// How a TableSource hands on its rows. None of it may change what a graph makes of them.
 struct SourceHabits {
@@ -94,4 +92,4 @@ private:
     std::atomic<size_t> rowsTaken_{0};
 };
 
-} // namespace harness
+} // namespace velmorra::harness

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <charconv>
 
-namespace harness {
+namespace velmorra::harness {
 
 namespace {
 
@@ -257,4 +257,4 @@ QString rowDiff(const QStringList& expected, const QStringList& actual) {
     return diff;
 }
 
-} // namespace harness
+} // namespace velmorra::harness

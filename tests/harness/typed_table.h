@@ -10,9 +10,7 @@
 
 #include <memory>
 
-namespace harness {
-
-using velmorra::PackedTable;
+namespace velmorra::harness {
 
 /// A table, or what is wrong with its text and in which of its lines (from 0).
 struct TypedTable {
@@ -35,4 +33,4 @@ QStringList typedLines(const PackedTable& table);
 /// The lines that differ, `-` expected and `+` actual, each with its number. Empty when none do.
 QString rowDiff(const QStringList& expected, const QStringList& actual);
 
-} // namespace harness
+} // namespace velmorra::harness

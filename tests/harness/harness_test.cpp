@@ -1,0 +1,132 @@
+/// The harness itself: what it must refuse, and faults that it must see.
+#include "tests/harness/case_check.h"
+#include "tests/harness/case_tests.h"
+#include "tests/harness/typed_table.h"
+
+#include <gtest/gtest.h>
+
+namespace velmorra::harness {
+
+namespace {
+
+/// Hands on each row one row late through pointers that are no longer valid, which shows only where
+/// the producer's memory is used again.
+class KeepsPointers : public TableBox {
+public:
+    explicit KeepsPointers(GlobalParameters* parameters) : TableBox(parameters) {}
+    const char* actionName() const override { return "KeepsPointers"; }
+    ActionItem* newFromXML(XMLNode, GlobalParameters* parameters) const override {
+        return new KeepsPointers(parameters);
+    }
+    void rewindRun() override {
+        late_.makeFresh();
+        setStep<&KeepsPointers::step>();
+    }
+
+private:
+    bool step() {
+        OneRow& out = *getOutputRowForOutputPin(0);
+        const OneRow* const in = getNextRowFromInPin(0);
+        const bool hasLate = !late_.isFresh();
+        if (hasLate) {
+            out.copyFrom(late_);
+            setRowReadyForOutput(0);
+        }
+        if (in != nullptr)
+            late_.copyFrom(*in);
+        return in == nullptr;
+    }
+
+    OneRow late_;
+};
+
+Case oneCase(const QString& text) {
+    const CaseFile file = parseCaseFile(text, QStringLiteral("x.case"));
+    EXPECT_EQ(file.error.toStdString(), "");
+    return file.cases.value(0);
+}
+
+std::string errorOf(const QString& text) {
+    return parseCaseFile(text, QStringLiteral("x.case")).error.toStdString();
+}
+
+TEST(CaseFile, ErrorsNameFileAndLine) {
+    EXPECT_EQ(errorOf("== a\n-- element\nX\n-- uot 0\na:U\n"), "x.case:4: unknown section 'uot 0'");
+    EXPECT_EQ(errorOf("== a\n-- element\nX\n-- in 0\na:U,b:K\nx,y\n-- fails\n"),
+              "x.case:6: 'y' doesn't fit the type of column 'b'");
+    EXPECT_EQ(errorOf("== a\n-- element\nX\n-- in 0\na:U,b:K\n1\n-- fails\n"),
+              "x.case:6: 1 fields instead of 2");
+    EXPECT_EQ(errorOf("== a\n-- element\nX\n-- in 0\na\n-- fails\n"),
+              "x.case:5: 'a' isn't name:TYPE or name:TYPE:SORT");
+    EXPECT_EQ(errorOf("== a\n-- element\nX\n"), "x.case:1: a case that expects nothing");
+    EXPECT_EQ(errorOf("== a\n-- fails\n"), "x.case:1: a case without an element");
+    EXPECT_EQ(errorOf("== a\nelement\n"), "x.case:2: a line outside of a section");
+    EXPECT_EQ(errorOf("# nothing\n"), "x.case:1: no case in the file");
+}
+
+TEST(TypedTable, WhatIsReadIsWrittenBack) {
+    const QString text = QStringLiteral("a:b:U:A2,\"k,\":K:01,f:F\n"
+                                        ",,\n\"\",0,nan\n\"x\"\"\n,\",4294967294,-inf\n"
+                                        "é,7,1e+300\n 1 ,8,-0");
+    const TypedTable read = parseTypedTable(
+        QString(text).replace(QLatin1String("\"k,\":K:01"), QLatin1String("\"k,:K:01\"")));
+    ASSERT_EQ(read.error.toStdString(), "");
+    EXPECT_EQ(typedLines(*read.table).join('\n').toStdString(),
+              "a:b:U:A2,\"k,:K:01\",f:F\n,,\n\"\",0,nan\n\"x\"\"\n,\",4294967294,-inf\n"
+              "é,7,1e+300\n 1 ,8,-0");
+    EXPECT_EQ(read.table->shape.sort.value(0), (SortInfos{1, '0'}));
+}
+
+TEST(CaseCheck, DifferencesAreSeenAndShown) {
+    const QString text = QStringLiteral("== a\n-- element\nSelectColumns columns=a\n"
+                                        "-- in 0\na:U,b:K\nx,1\ny,2\n-- out 0\na:U\nx\nz\n");
+    const auto rows = checkCase(oneCase(text), testCatalog(), Circumstance::Plain);
+    ASSERT_EQ(rows.size(), 1);
+    EXPECT_EQ(rows[0].line, 8);
+    EXPECT_EQ(rows[0].text.toStdString(), "out 0:\n-2: z\n+2: y\n");
+
+    const auto differs = [](const char* expectation) {
+        const QString rest = QLatin1String(expectation);
+        const Case run = oneCase(QLatin1String("== a\n-- element\nSelectColumns columns=a\n"
+                                               "-- in 0\na:U:A1,b:K\nx,1\n") +
+                                 rest);
+        return !checkCase(run, testCatalog(), Circumstance::Plain).isEmpty();
+    };
+    EXPECT_FALSE(differs("-- out 0\na:U:A1\nx\n-- parallel yes\n"));
+    EXPECT_TRUE(differs("-- out 0\na:U\nx\n"));
+    EXPECT_TRUE(differs("-- out 0\na:U:A1\n\"x \"\n"));
+    EXPECT_TRUE(differs("-- out 0 nothing\n"));
+    EXPECT_TRUE(differs("-- out 0\na:U:A1\nx\n-- log\n[2] Warning\n"));
+    EXPECT_TRUE(differs("-- fails\n"));
+    EXPECT_TRUE(differs("-- out 0\na:U:A1\nx\n-- parallel no\n"));
+    EXPECT_TRUE(differs("-- saved\n<SelectColumns version='4.16' keep='0'>\n"));
+}
+
+TEST(CaseCheck, PointersThatAreKeptTooLongShowAtOddAddresses) {
+    ActionCatalog catalog;
+    catalog.add(std::make_unique<KeepsPointers>(nullptr));
+    const Case run = oneCase(QStringLiteral("== a\n-- element\n<KeepsPointers/>\n-- in 0\n"
+                                            "a:U,b:K\nx,1\ny,2\nz,3\n-- out 0\na:U,b:K\n"
+                                            "x,1\ny,2\nz,3\n"));
+    EXPECT_FALSE(checkCase(run, catalog, Circumstance::OddAddresses).isEmpty());
+}
+
+TEST(CaseCheck, WrittenExpectationsAreThoseOfTheRun) {
+    const Case written =
+        rewrittenCase(oneCase(QStringLiteral("== a\n-- element\nSelectColumns columns=b,nowhere\n"
+                                             "-- in 0\na:U,b:K\nx,1\n-- out 0\na:U\n")),
+                      testCatalog());
+    CaseFile file;
+    file.cases.push_back(written);
+    EXPECT_EQ(caseFileText(file).toStdString(),
+              "== a\n-- element\nSelectColumns columns=b,nowhere\n-- in 0\na:U,b:K\nx,1\n-- fails\n"
+              "-- log\n[1] An error occurred while initializing the Action 'SelectColumns':\n"
+              "The column 'nowhere' is missing on input pin 0.\n");
+    for (const Circumstance circumstance : circumstances)
+        EXPECT_TRUE(checkCase(oneCase(caseFileText(file)), testCatalog(), circumstance).isEmpty())
+            << nameOf(circumstance);
+}
+
+} // namespace
+
+} // namespace velmorra::harness
