@@ -1,8 +1,13 @@
 #include "plugin/factory.h"
 
 #include "actions/aggregate/accumulator.h"
+#include "actions/shape/append.h"
 #include "actions/shape/column_rename.h"
+#include "actions/shape/flatten.h"
+#include "actions/shape/insert_key.h"
 #include "actions/shape/select_columns.h"
+#include "actions/shape/split.h"
+#include "actions/shape/unflatten.h"
 #include "plugin/catalogue.h"
 
 #include <algorithm>
@@ -22,9 +27,9 @@ constexpr Registration registered() {
 
 // In the order of the catalogue.
 constexpr Registration registrations[] = {
-    registered<SelectColumns>(),
-    registered<ColumnRename>(),
-    registered<Accumulator>(),
+    registered<SelectColumns>(), registered<Flatten>(),      registered<Unflatten>(),
+    registered<InsertKey>(),     registered<ColumnRename>(), registered<Append>(),
+    registered<Split>(),         registered<Accumulator>(),
 };
 
 constexpr bool comesBefore(const Registration& a, const Registration& b) {

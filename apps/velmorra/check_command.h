@@ -7,7 +7,9 @@
 class CheckCommand : public Command {
 public:
     const char* name() const override { return "check"; }
-    const char* summary() const override { return "tell what is wrong with a graph before it runs"; }
+    const char* summary() const override {
+        return "tell what is wrong with a graph before it runs";
+    }
     void declare(CLI::App& app) override;
     ExitStatus execute() override;
 

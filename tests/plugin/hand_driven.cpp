@@ -36,8 +36,8 @@ HandDriven::HandDriven(std::unique_ptr<ActionItem> action, HandDriven* master)
     ++master->group_.workerCount;
 }
 
-bool HandDriven::begin(const std::vector<TablePin*>& pins) {
-    inPins_.assign(pins.begin(), pins.end());
+bool HandDriven::begin(const std::vector<InPin*>& pins) {
+    inPins_ = pins;
     outPins_.front().row.makeFresh();
     action_->connectPins(inPins_.data(), outPins_.data(), true);
     RunContext context{this, action_.get()};

@@ -30,7 +30,7 @@ public:
     explicit HandDriven(std::unique_ptr<ActionItem> action, HandDriven* master = nullptr);
 
     /// Connects the pins and calls rewindRun and beforeRun; true when the run was refused.
-    bool begin(const std::vector<TablePin*>& pins);
+    bool begin(const std::vector<InPin*>& pins);
 
     /// One step with its messages kept; true when the Action has finished.
     bool step();

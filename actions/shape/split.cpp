@@ -1,0 +1,208 @@
+#include "actions/shape/split.h"
+
+#include "actions/shape/bounds.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr char16_t lineBreak = u'\r';
+
+/// The place behind the line break at `place`; a carriage return with its line feed is one.
+int behindLineBreak(const uchar* chars, int units, int place) {
+    const bool isPair = cell::unitAt(chars, place) == u'\r' && place + 1 < units &&
+                        cell::unitAt(chars, place + 1) == u'\n';
+    return place + (isPair ? 2 : 1);
+}
+
+template <bool atLineBreaks>
+int findSeparator(const uchar* chars, int units, int from, char16_t separator) {
+    while (from < units) {
+        const char16_t unit = cell::unitAt(chars, from);
+        if (atLineBreaks ? unit == u'\r' || unit == u'\n' : unit == separator)
+            break;
+        ++from;
+    }
+    return from;
+}
+
+/// Whether a text is written like a whole number, also one of too many digits.
+bool isWholeNumber(const QString& text) {
+    const QString digits = text.startsWith(u'-') || text.startsWith(u'+') ? text.mid(1) : text;
+    return !digits.isEmpty() && std::all_of(digits.begin(), digits.end(),
+                                            [](QChar c) { return c >= u'0' && c <= u'9'; });
+}
+
+} // namespace
+
+const StoredElement& Split::declaration() {
+    static const StoredElement element =
+        StoredElement(2.08)
+            .text<&Split::sep>("sep", "", Written::WhenNotDefault,
+                               "the first character separates the pieces; LB for line breaks of "
+                               "any kind; empty for a blank")
+            .text<&Split::suffix>("suffix", "_S", Written::WhenNotDefault,
+                                  "stands between the name of the column and the number of the "
+                                  "piece")
+            .boolean<&Split::useSuffix>("useSuffix", true, Written::WhenNotDefault,
+                                        "1: new columns are named by suffix and number; 0: by the "
+                                        "pieces of the column's name")
+            .boolean<&Split::fixed>("fixed", false, Written::WhenNotDefault,
+                                    "1: 'number' says how many columns are added; 0, or with "
+                                    "several columns to split: the first row does")
+            .boolean<&Split::trim>("trim", true, Written::WhenNotDefault,
+                                   "1: blanks and tabs are stripped from the ends of the pieces, "
+                                   "unless a blank separates them")
+            .text<&Split::number>("number", "10", Written::WhenNotDefault,
+                                  "how many columns are added, where 'fixed' is 1; may hold "
+                                  "parameters. 0, or no number: as many as the first row has "
+                                  "pieces")
+            .list<&Split::columns>("columns", "columns to split", {"\n  ", "\n", "\n"});
+    return element;
+}
+
+Split::Split(const XMLNode& element, GlobalParameters* parameters)
+    : RowByRowAction(element, parameters) {
+    readStored(declaration());
+}
+
+bool Split::beforeRun() {
+    secondBlank_ = sep == QLatin1String("\t") ? u' ' : u'\t';
+    if (wantedCount())
+        return false;
+    constexpr qsizetype longest = 40;
+    return fail(outOfRange("number", expandString(number).left(longest), 0, mostColumns));
+}
+
+/// The number of pieces that is set, 0 where the first row decides; nothing when it is out of
+/// range.
+std::optional<qint64> Split::wantedCount() const {
+    if (!fixed || columns.size() != 1)
+        return 0;
+    const QString text = expandString(number).trimmed();
+    if (!isWholeNumber(text))
+        return 0;
+    bool ok = false;
+    const qint64 count = text.toLongLong(&ok);
+    return ok && count >= 0 && count <= mostColumns ? std::optional(count) : std::nullopt;
+}
+
+qint64 Split::countPieces(const OneRow& row, int column) const {
+    const ushort* text = nullptr;
+    const int units = row.col(column, &text);
+    const uchar* const chars = reinterpret_cast<const uchar*>(text);
+    qint64 count = 1;
+    const bool atLineBreaks = separator_ == lineBreak;
+    for (int place = 0; text != nullptr; ++count) {
+        place = atLineBreaks ? findSeparator<true>(chars, units, place, separator_)
+                             : findSeparator<false>(chars, units, place, separator_);
+        if (place == units)
+            break;
+        place = atLineBreaks ? behindLineBreak(chars, units, place) : place + 1;
+    }
+    return count;
+}
+
+bool Split::resolve(const OneRow& row) {
+    separator_ = sep.isEmpty()                ? u' '
+                 : sep == QLatin1String("LB") ? lineBreak
+                                              : sep.front().unicode();
+    const qint64 wanted = wantedCount().value_or(0);
+    sources_.clear();
+    int end = row.sz();
+    for (const QString& name : columns) {
+        const int column = row.getIndexOfColumn(name);
+        if (column < 0)
+            return !fail(QStringLiteral("ERROR: column '%1' not found.\n").arg(name));
+        const qint64 count = wanted > 0 ? wanted : countPieces(row, column);
+        if (end + count > mostColumns)
+            return !fail(tooManyColumns(end + count));
+        end += static_cast<int>(count);
+        sources_.push_back({column, end});
+    }
+    OneRow& out = *getOutputRowForOutputPin(0);
+    out.copyFrom(row);
+    out.setNumberOfColumns(end);
+    int first = row.sz();
+    for (const Source& source : sources_) {
+        namePieces(out, source.column, first, source.end);
+        first = source.end;
+    }
+    return true;
+}
+
+/// Names the columns of the pieces of an input column, from `first` to in front of `end`.
+void Split::namePieces(OneRow& out, int column, int first, int end) const {
+    const QString base = out.colName(column);
+    const QStringList parts = useSuffix ? QStringList() : base.split(QChar(separator_));
+    for (int piece = 0; first + piece < end; ++piece)
+        out.setColName(first + piece, piece < parts.size()
+                                          ? parts[piece].trimmed()
+                                          : base + suffix + QString::number(piece));
+}
+
+void Split::takeFrom(const Split& master) {
+    sources_ = master.sources_;
+    separator_ = master.separator_;
+}
+
+void Split::release() {
+    sources_ = {};
+    pieces_.deepReset(0);
+}
+
+void Split::passOn(const OneRow& row) {
+    OneRow& out = *getOutputRowForOutputPin(0);
+    out.copyFrom(row);
+    pieces_.reset();
+    const uchar** first = out.cells + row.sz();
+    for (const Source& source : sources_) {
+        const uchar** const end = out.cells + source.end;
+        const ushort* text = nullptr;
+        const int units = row.col(source.column, &text);
+        const uchar* const chars = reinterpret_cast<const uchar*>(text);
+        if (text == nullptr)
+            std::fill(first, end, cell::nullCell(MetaTypeText));
+        else if (separator_ == lineBreak)
+            cut<true>(chars, units, first, end);
+        else
+            cut<false>(chars, units, first, end);
+        first = end;
+    }
+    setRowReadyForOutput(0);
+}
+
+/// Points the cells from `first` to in front of `end` at the pieces of a text; what is left of
+/// these becomes null, and what is left of the text is dropped.
+template <bool atLineBreaks>
+void Split::cut(const uchar* chars, int units, const uchar** first, const uchar** end) {
+    constexpr qsizetype longestLengthField = 4;
+    // No more pieces than the text has units, and one.
+    const qsizetype count = std::min<qsizetype>(end - first, qsizetype(units) + 1);
+    uchar* bytes = pieces_.alloc(longestLengthField * count + 2 * qsizetype(units));
+    for (int place = 0; first != end; ++first) {
+        const int stop = findSeparator<atLineBreaks>(chars, units, place, separator_);
+        *first = bytes;
+        bytes = writePiece(bytes, chars + 2 * qsizetype(place), stop - place);
+        if (stop == units) {
+            std::fill(first + 1, end, cell::nullCell(MetaTypeText));
+            return;
+        }
+        place = atLineBreaks ? behindLineBreak(chars, units, stop) : stop + 1;
+    }
+}
+
+/// Writes the cell of a piece and returns the place behind it.
+uchar* Split::writePiece(uchar* bytes, const uchar* chars, int units) const {
+    if (trim && separator_ != u' ') {
+        const auto isBlank = [&](int place) {
+            const char16_t unit = cell::unitAt(chars, place);
+            return unit == u' ' || unit == secondBlank_;
+        };
+        while (units > 0 && isBlank(units - 1))
+            --units;
+        for (; units > 0 && isBlank(0); --units)
+            chars += 2;
+    }
+    return cell::writeText(bytes, chars, units);
+}
