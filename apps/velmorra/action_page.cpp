@@ -122,19 +122,9 @@ QByteArray exampleWithRecord(const ActionItem& action, const StoredElement::Reco
     return text + " --out out.csv";
 }
 
-} // namespace
-
-QString categoryTitle(const QString& category) {
-    const qsizetype underscore = category.indexOf(u'_');
-    const bool isNumbered =
-        underscore > 0 && std::all_of(category.begin(), category.begin() + underscore,
-                                      [](QChar c) { return c.isDigit(); });
-    return isNumbered ? category.mid(underscore + 1) : category;
-}
-
-QString exampleCommand(const ActionItem& action) {
-    QString text = QLatin1String("velmorra apply ") + QLatin1String(action.actionName());
-    const StoredElement& declaration = action.storedElement();
+/// The settings that the Action can't do without, each with a blank in front.
+QString exampleSettings(const StoredElement& declaration) {
+    QString text;
     for (const StoredAttribute& attribute : declaration.attributes()) {
         if (attribute.kind != StoredKind::Text || attribute.written != Written::Always ||
             !fallbackOf(attribute).isEmpty())
@@ -148,6 +138,24 @@ QString exampleCommand(const ActionItem& action) {
         if (child.element.ownList() && child.element.attributes().empty())
             text += QLatin1Char(' ') + QLatin1String(child.name) + QLatin1String("=a,b");
     }
+    return text;
+}
+
+} // namespace
+
+QString categoryTitle(const QString& category) {
+    const qsizetype underscore = category.indexOf(u'_');
+    const bool isNumbered =
+        underscore > 0 && std::all_of(category.begin(), category.begin() + underscore,
+                                      [](QChar c) { return c.isDigit(); });
+    return isNumbered ? category.mid(underscore + 1) : category;
+}
+
+QString exampleCommand(const ActionItem& action) {
+    const char* const given = action.storedElement().exampleWords();
+    QString text = QLatin1String("velmorra apply ") + QLatin1String(action.actionName());
+    text += given != nullptr ? QLatin1Char(' ') + QString::fromUtf8(given)
+                             : exampleSettings(action.storedElement());
     if (action.nPinIn > 0)
         text += QLatin1String(" --in in.csv");
     if (action.nPinOut > 0)

@@ -280,8 +280,8 @@ class Catalogue(CommandLineTest):
         self.assertEqual(rename["inputPins"], 2)
 
     def test_the_example_of_every_action_runs(self):
-        self.write("in.csv", "a,b\n1,2\n")
-        self.write("table.csv", "a,b\n1,2\n")
+        for name in ("in", "in0", "in1", "table", "names"):
+            self.write(name + ".csv", "a,b\n1,2\n")
         for action in json.loads(self.answer("actions", "--json")):
             words = shlex.split(action["example"])
             self.assertEqual(words[0], "velmorra")
