@@ -85,6 +85,18 @@ QVector<GraphProblem> Graph::checkWiring() const {
         problems.push_back(error(QStringLiteral("the graph has %1 boxes; at most %2 are possible")
                                      .arg(boxes_.size())
                                      .arg(maxBoxes)));
+    qint64 inputPins = 0;
+    for (const auto& box : boxes_) {
+        inputPins += box->nPinIn;
+        if (inputPins <= maxInputPins)
+            continue;
+        problems.push_back(
+            error(boxTitle(*box) + QStringLiteral(": it has %1 input pins; at most %2 are possible "
+                                                  "in a graph")
+                                       .arg(box->nPinIn)
+                                       .arg(maxInputPins)));
+        break;
+    }
     for (size_t i = 0; i < boxes_.size(); ++i) {
         if (indexOfBox(boxes_[i]->boxId) != static_cast<int>(i))
             problems.push_back(error(boxTitle(*boxes_[i]) + ": another box has the same id"));

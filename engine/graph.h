@@ -27,6 +27,7 @@ struct GraphProblem {
 class Graph {
 public:
     static constexpr int maxBoxes = 10000;
+    static constexpr int maxInputPins = 1 << 20; ///< of all boxes together
 
     Graph() = default;
     Graph(const Graph&) = delete;
@@ -47,7 +48,7 @@ public:
     int indexOfBox(const QString& id) const;
 
     /// Wiring that can't run: links to pins that aren't there, two links on one input pin, a loop,
-    /// two boxes of one id, too many boxes.
+    /// two boxes of one id, too many boxes or pins.
     QVector<GraphProblem> checkWiring() const;
 
 private:

@@ -186,6 +186,7 @@ void Wiring::connect(const Link& link) {
     Wire& wire = boxes_[static_cast<size_t>(link.to)]->wires[static_cast<size_t>(link.in)];
     const auto& spool = producer.spools[static_cast<size_t>(link.out)];
     wire.producer = &producer;
+    wire.from = producer.action;
     wire.out = link.out;
     if (spool)
         wire.reader = spool->addReader();

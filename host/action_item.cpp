@@ -3,6 +3,7 @@
 #include "host/main_ui.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace {
 
@@ -34,7 +35,7 @@ ActionItem::ActionItem(const XMLNode& element, GlobalParameters* parameters)
 ActionItem::~ActionItem() = default;
 
 void ActionItem::readStored(const StoredElement& declaration) {
-    declaration.read(*this, element_, globalParameters);
+    declaration.read(this, element_, globalParameters);
     for (int i = 0; i < element_.nAttribute(); ++i) {
         const QString name = QString::fromUtf8(element_.attributeName(i));
         const bool declared = std::any_of(
@@ -63,10 +64,10 @@ void ActionItem::saveAI(XMLStream& stream, const QString& text, double version) 
 void ActionItem::saveToXML(XMLStream& stream, const QString& text) const {
     const StoredElement& declaration = storedElement();
     saveAI(stream, text, declaration.version(*this));
-    declaration.writeAttributes(*this, globalParameters, stream);
+    declaration.writeAttributes(this, globalParameters, stream);
     for (const auto& [name, value] : unknownAttributes_)
         writeAttribute(stream, name, value);
-    declaration.writeContent(*this, globalParameters, actionName(), stream, unknownChildren_);
+    declaration.writeContent(this, globalParameters, actionName(), stream, unknownChildren_);
     toXMLStringTool().freeBuffer();
 }
 
@@ -179,6 +180,29 @@ bool ActionItem::fail(const QString& text) {
     if (globalParameters != nullptr)
         globalParameters->runStatus.endAs(RunStatus::Failed);
     return true;
+}
+
+float completionIsSumOfAllCompletions(ActionItem* action) {
+    float sum = 0;
+    int sources = 0;
+    std::unordered_set<ActionItem*> met = {action};
+    std::vector<ActionItem*> open = {action};
+    while (!open.empty()) {
+        ActionItem& box = *open.back();
+        open.pop_back();
+        bool isSource = &box != action;
+        for (int pin = 0; box.inPins_ != nullptr && pin < box.nPinIn; ++pin) {
+            ActionItem* const from = box.inPins_[pin]->from;
+            isSource = isSource && from == nullptr;
+            if (from != nullptr && met.insert(from).second)
+                open.push_back(from);
+        }
+        if (isSource) {
+            sum += box.computeCompletion();
+            ++sources;
+        }
+    }
+    return sources == 0 ? 0 : sum / static_cast<float>(sources);
 }
 
 void ActionItem::connectPins(InPin* const* inPins, OutPin* outPins, bool computeFull) {

@@ -189,6 +189,8 @@ protected:
     }
 
 private:
+    friend VELMORRA_CORE float completionIsSumOfAllCompletions(ActionItem* action);
+
     template <class Class>
     static std::type_identity<Class> stepClass(bool (Class::*)());
     template <auto StepFunction>
@@ -201,6 +203,11 @@ private:
     OutPin* outPins_ = nullptr;
     bool computeFull_ = true;
 };
+
+/// The completion of an Action that reads all of its input pins: those of the sources upstream,
+/// each counted once, summed up and brought to a share from 0 to 1. 0 outside of a run. The pins'
+/// wires must not change meanwhile.
+VELMORRA_CORE float completionIsSumOfAllCompletions(ActionItem* action);
 
 /// Attributes that the graph stores with every box.
 VELMORRA_CORE const QStringList& boxAttributes();

@@ -3,6 +3,8 @@
 
 #include "host/one_row.h"
 
+class ActionItem;
+
 /// An input pin. Pulling is one indirect call: `fetch` steps the producer until it hands on a row.
 struct InPin {
     /// The next row, valid until the next call for this pin; null when the table has ended, or the
@@ -13,6 +15,9 @@ struct InPin {
     const PinOutMetaData* (*columnsOf)(InPin&) = nullptr;
 
     const OneRow* current = nullptr;
+
+    /// The box that the rows come from, not owned; null when nothing is connected.
+    ActionItem* from = nullptr;
 };
 
 /// An output pin: the row object that an Action fills, and whether it has handed it on.

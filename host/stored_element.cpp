@@ -8,10 +8,10 @@
 
 namespace {
 
-/// Address of the member of the Action. Only the readers write to it.
+/// The member of the object. Only the readers write to it.
 template <class Value>
-Value& memberAs(StoredMember member, const ActionItem& action) {
-    return *static_cast<Value*>(member(const_cast<ActionItem*>(&action)));
+Value& memberAs(StoredMember member, const void* object) {
+    return *static_cast<Value*>(member(const_cast<void*>(object)));
 }
 
 QString fallbackOf(const StoredAttribute& attribute, const GlobalParameters* parameters) {
@@ -19,29 +19,34 @@ QString fallbackOf(const StoredAttribute& attribute, const GlobalParameters* par
                                             : attribute.fallbackFor(parameters);
 }
 
-void readAttribute(const StoredAttribute& attribute, const ActionItem& action, const char* text,
+qint64 settled(const StoredAttribute& attribute, qint64 number) {
+    return attribute.settle == nullptr ? number : attribute.settle(number);
+}
+
+void readAttribute(const StoredAttribute& attribute, const void* object, const char* text,
                    const QString& fallback) {
     const QByteArray bytes = fallback.toUtf8();
     const char* other = bytes.constData();
     const StoredMember member = attribute.member;
     switch (attribute.kind) {
     case StoredKind::Text:
-        memberAs<QString>(member, action) = xmltoa(text, fallback);
+        memberAs<QString>(member, object) = xmltoa(text, fallback);
         break;
     case StoredKind::Integer:
-        memberAs<int>(member, action) = xmltoi(text, xmltoi(other, 0));
+        memberAs<int>(member, object) =
+            static_cast<int>(settled(attribute, xmltoi(text, xmltoi(other, 0))));
         break;
     case StoredKind::LongInteger:
-        memberAs<qint64>(member, action) = xmltol(text, xmltol(other, 0));
+        memberAs<qint64>(member, object) = settled(attribute, xmltol(text, xmltol(other, 0)));
         break;
     case StoredKind::Number:
-        memberAs<double>(member, action) = xmltof(text, xmltof(other, 0));
+        memberAs<double>(member, object) = xmltof(text, xmltof(other, 0));
         break;
     case StoredKind::Boolean:
-        memberAs<bool>(member, action) = xmltob(text, xmltob(other, false));
+        memberAs<bool>(member, object) = xmltob(text, xmltob(other, false));
         break;
     case StoredKind::Character:
-        memberAs<QChar>(member, action) =
+        memberAs<QChar>(member, object) =
             xmltoc(text, fallback.isEmpty() ? QChar() : fallback.front());
         break;
     }
@@ -53,21 +58,21 @@ QString numberAsText(double value) {
 }
 
 /// The member's value as it is written, before escaping.
-QString valueText(const StoredAttribute& attribute, const ActionItem& action) {
+QString valueText(const StoredAttribute& attribute, const void* object) {
     const StoredMember member = attribute.member;
     switch (attribute.kind) {
     case StoredKind::Text:
-        return memberAs<QString>(member, action);
+        return memberAs<QString>(member, object);
     case StoredKind::Integer:
-        return QString::number(memberAs<int>(member, action));
+        return QString::number(memberAs<int>(member, object));
     case StoredKind::LongInteger:
-        return QString::number(memberAs<qint64>(member, action));
+        return QString::number(memberAs<qint64>(member, object));
     case StoredKind::Number:
-        return numberAsText(memberAs<double>(member, action));
+        return numberAsText(memberAs<double>(member, object));
     case StoredKind::Boolean:
-        return QLatin1String(memberAs<bool>(member, action) ? "1" : "0");
+        return QLatin1String(memberAs<bool>(member, object) ? "1" : "0");
     case StoredKind::Character:
-        return QString(memberAs<QChar>(member, action));
+        return QString(memberAs<QChar>(member, object));
     }
     return {};
 }
@@ -112,10 +117,9 @@ StoredProblem unknownName(const QString& what, const QString& name, const QStrin
 }
 
 /// Says of the problems from `first` on that they are in a child element.
-void placeProblems(QVector<StoredProblem>& problems, qsizetype first, const char* child) {
+void placeProblems(QVector<StoredProblem>& problems, qsizetype first, const QString& child) {
     for (qsizetype i = first; i < problems.size(); ++i)
-        problems[i].text.prepend(QStringLiteral("in '") + QLatin1String(child) +
-                                 QStringLiteral("': "));
+        problems[i].text.prepend(QStringLiteral("in '") + child + QStringLiteral("': "));
 }
 
 bool isSameName(const char* declared, const QString& name) {
@@ -142,46 +146,73 @@ const StoredElement::Child* StoredElement::childNamed(const char* name) const {
     return nullptr;
 }
 
-void StoredElement::read(ActionItem& action, const XMLNode& node,
+void StoredElement::read(void* object, const XMLNode& node,
                          const GlobalParameters* parameters) const {
     for (const StoredAttribute& attribute : attributes_)
-        readAttribute(attribute, action, node.getAttribute(attribute.name, nullptr),
+        readAttribute(attribute, object, node.getAttribute(attribute.name, nullptr),
                       fallbackOf(attribute, parameters));
     if (list_)
-        memberAs<QVector<QString>>(list_->member, action) = fromXMLSV(node);
+        memberAs<QVector<QString>>(list_->member, object) = fromXMLSV(node);
     for (const Child& child : children_)
-        child.element.read(action, node.getChildNode(child.name, nullptr), parameters);
+        child.element.read(object, node.getChildNode(child.name, nullptr), parameters);
+    if (!records_)
+        return;
+    records_->reset(object, static_cast<size_t>(node.nChildNode()));
+    size_t place = 0;
+    node.forEachChild([&](const XMLNode& child) {
+        records_->record.read(records_->at(object, place++), child, parameters);
+    });
 }
 
-void StoredElement::writeAttributes(const ActionItem& action, const GlobalParameters* parameters,
+void StoredElement::writeAttributes(const void* object, const GlobalParameters* parameters,
                                     XMLStream& stream) const {
     for (const StoredAttribute& attribute : attributes_) {
         if (attribute.written == Written::ReadOnly)
             continue;
-        const QString value = valueText(attribute, action);
+        const QString value = valueText(attribute, object);
         if (attribute.written == Written::Always || value != fallbackOf(attribute, parameters))
             writeAttribute(stream, QLatin1String(attribute.name), value);
     }
 }
 
-void StoredElement::writeContent(const ActionItem& action, const GlobalParameters* parameters,
+/// Whether anything may stand between the opening and the closing tag.
+bool StoredElement::hasContent(const void* object) const {
+    if (records_)
+        return !layout_.closedWithoutRecords || records_->count(object) > 0;
+    return list_.has_value() || !children_.empty();
+}
+
+void StoredElement::writeContent(const void* object, const GlobalParameters* parameters,
                                  const char* name, XMLStream& stream,
                                  const QStringList& furtherChildren) const {
-    if (!hasContent() && furtherChildren.isEmpty()) {
+    if (!hasContent(object) && furtherChildren.isEmpty()) {
         stream << "/>" << layout_.afterClose;
         return;
     }
     stream << '>' << layout_.afterOpen;
     if (list_)
-        toXML(memberAs<QVector<QString>>(list_->member, action), stream);
+        toXML(memberAs<QVector<QString>>(list_->member, object), stream);
     for (const Child& child : children_) {
         stream << '<' << child.name;
-        child.element.writeAttributes(action, parameters, stream);
-        child.element.writeContent(action, parameters, child.name, stream);
+        child.element.writeAttributes(object, parameters, stream);
+        child.element.writeContent(object, parameters, child.name, stream);
     }
+    if (records_)
+        writeRecords(object, parameters, stream);
     for (const QString& further : furtherChildren)
         stream << further << '\n';
-    stream << "</" << name << '>' << layout_.afterClose;
+    stream << layout_.beforeClose << "</" << name << '>' << layout_.afterClose;
+}
+
+void StoredElement::writeRecords(const void* object, const GlobalParameters* parameters,
+                                 XMLStream& stream) const {
+    const StoredElement& record = records_->record;
+    for (size_t place = 0; place < records_->count(object); ++place) {
+        const void* const each = records_->at(const_cast<void*>(object), place);
+        stream << record.layout_.beforeOpen << '<' << records_->name;
+        record.writeAttributes(each, parameters, stream);
+        record.writeContent(each, parameters, records_->name, stream);
+    }
 }
 
 QStringList StoredElement::unknownChildren(const XMLNode& node) const {
@@ -201,8 +232,10 @@ QVector<StoredProblem> StoredElement::check(const XMLNode& node, const QStringLi
         const XMLNode element = node.getChildNode(child.name, nullptr);
         const qsizetype first = problems.size();
         problems += child.element.check(element);
-        placeProblems(problems, first, child.name);
+        placeProblems(problems, first, QLatin1String(child.name));
     }
+    if (records_)
+        checkRecords(node, problems);
     if (problems.size() > mostProblems)
         problems.resize(mostProblems);
     return problems;
@@ -238,7 +271,7 @@ void StoredElement::checkContent(const XMLNode& node, QVector<StoredProblem>& pr
         names.push_back(QLatin1String(child.name));
     QStringList seen;
     node.forEachChild([&](const XMLNode& child) {
-        if (list_ || problems.size() >= mostProblems)
+        if (list_ || records_ || problems.size() >= mostProblems)
             return;
         const QString name = QString::fromUtf8(child.name());
         if (!takesChild(child.name()))
@@ -249,5 +282,18 @@ void StoredElement::checkContent(const XMLNode& node, QVector<StoredProblem>& pr
                                 true});
         else
             seen.push_back(name);
+    });
+}
+
+void StoredElement::checkRecords(const XMLNode& node, QVector<StoredProblem>& problems) const {
+    int number = 0;
+    node.forEachChild([&](const XMLNode& child) {
+        ++number;
+        if (problems.size() >= mostProblems)
+            return;
+        const qsizetype first = problems.size();
+        problems += records_->record.check(child);
+        placeProblems(problems, first,
+                      QLatin1String(records_->name) + QLatin1Char(' ') + QString::number(number));
     });
 }

@@ -16,6 +16,7 @@
 #include "host/xml_node.h"
 #include "host/xml_stream.h"
 
+#include <memory>
 #include <optional>
 #include <type_traits>
 #include <vector>
@@ -28,8 +29,9 @@ enum class StoredKind { Text, Integer, LongInteger, Number, Boolean, Character }
 /// When an attribute is written. ReadOnly: for older files, never written.
 enum class Written { Always, WhenNotDefault, ReadOnly };
 
-/// Gives the address of a member of an Action.
-using StoredMember = void* (*)(ActionItem*);
+/// Gives the address of a member of what is stored: of an Action, which is given as an ActionItem,
+/// or of a record.
+using StoredMember = void* (*)(void* object);
 
 struct StoredAttribute {
     const char* name;
@@ -40,6 +42,8 @@ struct StoredAttribute {
     StoredMember member;
     /// Where the default depends on the graph: gives it as text; else null.
     QString (*fallbackFor)(const GlobalParameters*) = nullptr;
+    /// Where the format takes some whole numbers for others: what a number that was read counts as.
+    qint64 (*settle)(qint64) = nullptr;
 };
 
 /// A list of strings, stored as child elements `<s>`.
@@ -49,11 +53,14 @@ struct StoredList {
     StoredMember member;
 };
 
-/// The line feeds and blanks around the content of an element, as the format has them: behind its
-/// opening tag and behind its closing tag.
+/// The line feeds and blanks around the tags and the content of an element, as the format has them.
 struct StoredLayout {
     const char* afterOpen = "\n";
     const char* afterClose = "\n";
+    const char* beforeClose = "";
+    const char* beforeOpen = ""; ///< of a record
+    /// An element that has no records is written as `<name/>`, not as a pair of tags.
+    bool closedWithoutRecords = false;
 };
 
 /// A problem in a hand-written element.
@@ -66,6 +73,9 @@ class VELMORRA_CORE StoredElement {
 public:
     /// A fixed child element, which stores members of the same Action.
     struct Child;
+
+    /// Child elements of any number, each of which stores a record of a vector.
+    struct Records;
 
     /// `formatVersion` is the format version that the element needs.
     explicit StoredElement(double formatVersion);
@@ -124,6 +134,18 @@ public:
         return *this;
     }
 
+    /// What a number of the attribute declared last counts as when it is read.
+    StoredElement& settledBy(qint64 (*settle)(qint64)) {
+        attributes_.back().settle = settle;
+        return *this;
+    }
+
+    /// The layout of an element that has children.
+    StoredElement& layout(StoredLayout layout) {
+        layout_ = layout;
+        return *this;
+    }
+
     /// The list whose entries are the element's own children. At most one, and no children then.
     template <auto Member>
     StoredElement& list(const char* name, const char* meaning, StoredLayout layout = {}) {
@@ -141,33 +163,39 @@ public:
     /// A child element with attributes, and a list or children of its own.
     StoredElement& child(const char* name, StoredElement element);
 
+    /// A vector of records, each stored as a child element `<name>` by its own declaration, which
+    /// stands for members of the record; `layout` is that of the child elements. When it is read,
+    /// every child is a record, whatever its name. At most one vector, and no list or children
+    /// beside it.
+    template <auto Member>
+    StoredElement& records(const char* name, const char* meaning, StoredElement record);
+
     // What was declared.
 
     const std::vector<StoredAttribute>& attributes() const { return attributes_; }
     const std::optional<StoredList>& ownList() const { return list_; }
     const std::vector<Child>& children() const { return children_; }
+    const Records* ownRecords() const { return records_.get(); }
     double version(const ActionItem& action) const {
         return versionOf_ != nullptr ? callVersion_(versionOf_, action) : version_;
     }
 
     // What is done with it.
 
-    /// Reads the element into the Action's members; what is missing gets its default.
-    void read(ActionItem& action, const XMLNode& node, const GlobalParameters* parameters) const;
+    // `object` is the Action, as an ActionItem, or a record.
+
+    /// Reads the element into the object's members; what is missing gets its default.
+    void read(void* object, const XMLNode& node, const GlobalParameters* parameters) const;
 
     /// Writes the attributes, each with a blank in front. The stream fails where XML can't hold a
     /// text (see ToXMLStringTool).
-    void writeAttributes(const ActionItem& action, const GlobalParameters* parameters,
+    void writeAttributes(const void* object, const GlobalParameters* parameters,
                          XMLStream& stream) const;
-
-    /// Whether anything stands between the opening and the closing tag.
-    bool hasContent() const { return list_.has_value() || !children_.empty(); }
 
     /// Writes what stands behind the attributes: ">", the content, `furtherChildren` (each the text
     /// of an element) and the closing tag of the element `name`, or "/>" where there is none.
-    void writeContent(const ActionItem& action, const GlobalParameters* parameters,
-                      const char* name, XMLStream& stream,
-                      const QStringList& furtherChildren = {}) const;
+    void writeContent(const void* object, const GlobalParameters* parameters, const char* name,
+                      XMLStream& stream, const QStringList& furtherChildren = {}) const;
 
     /// The children of `node` that aren't declared, each as the text of an element.
     QStringList unknownChildren(const XMLNode& node) const;
@@ -187,9 +215,12 @@ private:
 
     template <auto Member>
     static StoredMember memberOf() {
-        return [](ActionItem* action) -> void* {
-            using Action = typename decltype(classOf(Member))::type;
-            return &(static_cast<Action*>(action)->*Member);
+        return [](void* object) -> void* {
+            using Class = typename decltype(classOf(Member))::type;
+            if constexpr (std::is_base_of_v<ActionItem, Class>)
+                return &(static_cast<Class*>(static_cast<ActionItem*>(object))->*Member);
+            else
+                return &(static_cast<Class*>(object)->*Member);
         };
     }
 
@@ -204,11 +235,17 @@ private:
 
     static QString numberText(double value);
 
+    bool hasContent(const void* object) const;
+    void writeRecords(const void* object, const GlobalParameters* parameters,
+                      XMLStream& stream) const;
     const Child* childNamed(const char* name) const;
-    bool takesChild(const char* name) const { return list_ || childNamed(name) != nullptr; }
+    bool takesChild(const char* name) const {
+        return list_ || records_ || childNamed(name) != nullptr;
+    }
     void checkAttributes(const XMLNode& node, const QStringList& known,
                          QVector<StoredProblem>& problems) const;
     void checkContent(const XMLNode& node, QVector<StoredProblem>& problems) const;
+    void checkRecords(const XMLNode& node, QVector<StoredProblem>& problems) const;
 
     double version_;
     AnyFunction versionOf_ = nullptr;
@@ -217,6 +254,7 @@ private:
     std::optional<StoredList> list_;
     StoredLayout layout_;
     std::vector<Child> children_;
+    std::shared_ptr<const Records> records_;
 };
 
 struct StoredElement::Child {
@@ -224,7 +262,19 @@ struct StoredElement::Child {
     StoredElement element;
 };
 
-// Behind Child, since these need that type whole.
+struct StoredElement::Records {
+    const char* name;
+    const char* meaning;
+    StoredElement record;
+
+    // The vector in the object that stores it, and a record of it.
+    size_t (*count)(const void* object);
+    void* (*at)(void* object, size_t place);
+    /// All records anew, with the defaults of their type.
+    void (*reset)(void* object, size_t count);
+};
+
+// Behind these, since the following need them whole.
 
 inline StoredElement::StoredElement(double formatVersion) : version_(formatVersion) {}
 
@@ -234,4 +284,24 @@ StoredElement& StoredElement::childList(const char* name, const char* meaning,
     StoredElement element(0);
     element.list<Member>(name, meaning, layout);
     return child(name, std::move(element));
+}
+
+template <auto Member>
+StoredElement& StoredElement::records(const char* name, const char* meaning, StoredElement record) {
+    using Vector = typename decltype(valueOf(Member))::type;
+    static constexpr auto vectorIn = [](const void* object) -> Vector& {
+        return *static_cast<Vector*>(memberOf<Member>()(const_cast<void*>(object)));
+    };
+    records_ = std::make_shared<const Records>(
+        Records{name, meaning, std::move(record),
+                [](const void* object) { return static_cast<size_t>(vectorIn(object).size()); },
+                [](void* object, size_t place) -> void* {
+                    return &vectorIn(object)[static_cast<typename Vector::size_type>(place)];
+                },
+                [](void* object, size_t count) {
+                    Vector fresh;
+                    fresh.resize(static_cast<typename Vector::size_type>(count));
+                    vectorIn(object) = std::move(fresh);
+                }});
+    return *this;
 }

@@ -64,3 +64,14 @@ TEST(GraphWiring, twoBoxesOfOneIdAreRefused) {
     EXPECT_EQ(problems(graph),
               std::vector<std::string>{"box a (Scripted): another box has the same id"});
 }
+
+TEST(GraphWiring, aBoxWithPinsBeyondMeasureIsRefused) {
+    Graph graph;
+    addScript(graph, pass());
+    Script many = pass();
+    many.pinsIn = 2'000'000'000;
+    addScript(graph, many);
+    EXPECT_EQ(problems(graph),
+              std::vector<std::string>{"box 2 (Scripted): it has 2000000000 input pins; at most "
+                                       "1048576 are possible in a graph"});
+}

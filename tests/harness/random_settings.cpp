@@ -1,5 +1,6 @@
 #include "tests/harness/random_settings.h"
 
+#include <algorithm>
 #include <functional>
 #include <limits>
 #include <random>
@@ -52,47 +53,59 @@ Integer anyInteger(Random& random) {
     return integers[below(random, std::size(integers))];
 }
 
-/// What is done with the members that an element and its children store.
+/// What is done with the members that an element, its children and its records store.
 struct Visitor {
-    std::function<void(const StoredAttribute&)> attribute;
-    std::function<void(const StoredList&)> list;
+    std::function<void(void* object, const StoredAttribute&)> attribute;
+    std::function<void(void* object, const StoredList&)> list;
+    std::function<void(void* object, const StoredElement::Records&)> records; ///< before each one
 };
 
-void visit(const StoredElement& element, const Visitor& visitor) {
+void visit(void* object, const StoredElement& element, const Visitor& visitor) {
     for (const StoredAttribute& attribute : element.attributes()) {
         if (attribute.written != Written::ReadOnly)
-            visitor.attribute(attribute);
+            visitor.attribute(object, attribute);
     }
     if (element.ownList())
-        visitor.list(*element.ownList());
+        visitor.list(object, *element.ownList());
     for (const StoredElement::Child& child : element.children())
-        visit(child.element, visitor);
+        visit(object, child.element, visitor);
+    if (const StoredElement::Records* const records = element.ownRecords()) {
+        visitor.records(object, *records);
+        for (size_t place = 0; place < records->count(object); ++place)
+            visit(records->at(object, place), records->record, visitor);
+    }
 }
 
 template <class Value>
-Value& valueOf(StoredMember member, ActionItem& action) {
-    return *static_cast<Value*>(member(&action));
+Value& valueOf(StoredMember member, void* object) {
+    return *static_cast<Value*>(member(object));
 }
 
-void setAttribute(ActionItem& action, const StoredAttribute& attribute, Random& random) {
+/// What loading makes of a number.
+qint64 settled(const StoredAttribute& attribute, qint64 number) {
+    return attribute.settle == nullptr ? number : attribute.settle(number);
+}
+
+void setAttribute(void* object, const StoredAttribute& attribute, Random& random) {
     switch (attribute.kind) {
     case StoredKind::Text:
-        valueOf<QString>(attribute.member, action) = nastyText(random);
+        valueOf<QString>(attribute.member, object) = nastyText(random);
         break;
     case StoredKind::Integer:
-        valueOf<int>(attribute.member, action) = anyInteger<int>(random);
+        valueOf<int>(attribute.member, object) =
+            static_cast<int>(settled(attribute, anyInteger<int>(random)));
         break;
     case StoredKind::LongInteger:
-        valueOf<qint64>(attribute.member, action) = anyInteger<qint64>(random);
+        valueOf<qint64>(attribute.member, object) = settled(attribute, anyInteger<qint64>(random));
         break;
     case StoredKind::Number:
-        valueOf<double>(attribute.member, action) = anyNumber(random);
+        valueOf<double>(attribute.member, object) = anyNumber(random);
         break;
     case StoredKind::Boolean:
-        valueOf<bool>(attribute.member, action) = below(random, 2) != 0;
+        valueOf<bool>(attribute.member, object) = below(random, 2) != 0;
         break;
     case StoredKind::Character:
-        valueOf<QChar>(attribute.member, action) = QChar(u"a<'\"& ;\t\u00e9"[below(random, 9)]);
+        valueOf<QChar>(attribute.member, object) = QChar(u"a<'\"& ;\t\u00e9"[below(random, 9)]);
         break;
     }
 }
@@ -101,27 +114,27 @@ std::string shown(const QString& text) {
     return text.isNull() ? "(null)" : '"' + text.toStdString() + '"';
 }
 
-std::string attributeText(ActionItem& action, const StoredAttribute& attribute) {
+std::string attributeText(void* object, const StoredAttribute& attribute) {
     switch (attribute.kind) {
     case StoredKind::Text:
-        return '"' + valueOf<QString>(attribute.member, action).toStdString() + '"';
+        return '"' + valueOf<QString>(attribute.member, object).toStdString() + '"';
     case StoredKind::Integer:
-        return std::to_string(valueOf<int>(attribute.member, action));
+        return std::to_string(valueOf<int>(attribute.member, object));
     case StoredKind::LongInteger:
-        return std::to_string(valueOf<qint64>(attribute.member, action));
+        return std::to_string(valueOf<qint64>(attribute.member, object));
     case StoredKind::Number:
-        return QByteArray::number(valueOf<double>(attribute.member, action), 'g', 17).toStdString();
+        return QByteArray::number(valueOf<double>(attribute.member, object), 'g', 17).toStdString();
     case StoredKind::Boolean:
-        return valueOf<bool>(attribute.member, action) ? "true" : "false";
+        return valueOf<bool>(attribute.member, object) ? "true" : "false";
     case StoredKind::Character:
-        return shown(QString(valueOf<QChar>(attribute.member, action)));
+        return shown(QString(valueOf<QChar>(attribute.member, object)));
     }
     return {};
 }
 
-std::string listText(ActionItem& action, const StoredList& list) {
+std::string listText(void* object, const StoredList& list) {
     std::string text;
-    for (const QString& entry : valueOf<QVector<QString>>(list.member, action))
+    for (const QString& entry : valueOf<QVector<QString>>(list.member, object))
         text += shown(entry) + ' ';
     return text;
 }
@@ -131,30 +144,43 @@ std::string listText(ActionItem& action, const StoredList& list) {
 void setRandomly(ActionItem& action, unsigned seed) {
     Random random(seed);
     const int entries = below(random, 5);
-    visit(action.storedElement(),
-          {[&](const StoredAttribute& attribute) { setAttribute(action, attribute, random); },
-           [&](const StoredList& list) {
-               QVector<QString>& values = valueOf<QVector<QString>>(list.member, action);
+    visit(&action, action.storedElement(),
+          {[&](void* object, const StoredAttribute& attribute) {
+               setAttribute(object, attribute, random);
+           },
+           [&](void* object, const StoredList& list) {
+               QVector<QString>& values = valueOf<QVector<QString>>(list.member, object);
                values.clear();
                for (int i = 0; i < entries; ++i)
                    values.push_back(below(random, 6) == 0 ? QString() : nastyText(random));
+           },
+           [&](void* object, const StoredElement::Records& records) {
+               records.reset(object, static_cast<size_t>(below(random, 4)));
            }});
 }
 
 std::string differenceOfSettings(ActionItem& a, ActionItem& b) {
-    std::string difference;
-    const auto compare = [&](const char* name, const std::string& ofA, const std::string& ofB) {
-        if (difference.empty() && ofA != ofB)
-            difference = std::string(name) + ": " + ofA + " became " + ofB;
-    };
-    visit(a.storedElement(), {[&](const StoredAttribute& attribute) {
-                                  compare(attribute.name, attributeText(a, attribute),
-                                          attributeText(b, attribute));
-                              },
-                              [&](const StoredList& list) {
-                                  compare(list.name, listText(a, list), listText(b, list));
-                              }});
-    return difference;
+    std::vector<std::pair<std::string, std::string>> settings[2];
+    ActionItem* const actions[] = {&a, &b};
+    for (size_t i = 0; i < 2; ++i) {
+        auto& told = settings[i];
+        visit(actions[i], actions[i]->storedElement(),
+              {[&](void* object, const StoredAttribute& attribute) {
+                   told.emplace_back(attribute.name, attributeText(object, attribute));
+               },
+               [&](void* object, const StoredList& list) {
+                   told.emplace_back(list.name, listText(object, list));
+               },
+               [&](void* object, const StoredElement::Records& records) {
+                   told.emplace_back(records.name, std::to_string(records.count(object)));
+               }});
+    }
+    for (size_t i = 0; i < std::min(settings[0].size(), settings[1].size()); ++i) {
+        if (settings[0][i] != settings[1][i])
+            return settings[0][i].first + ": " + settings[0][i].second + " became " +
+                   settings[1][i].second;
+    }
+    return settings[0].size() == settings[1].size() ? "" : "other numbers of records";
 }
 
 } // namespace velmorra::harness

@@ -35,6 +35,7 @@ public:
                 .text<&Everything::always>("always", "", Written::Always, "")
                 .text<&Everything::name>("outName", "sum", Written::WhenNotDefault, "")
                 .integer<&Everything::number>("number", 3, Written::WhenNotDefault, "")
+                .settledBy([](qint64 read) { return std::max<qint64>(read, -100); })
                 .longInteger<&Everything::large>("large", 0, Written::WhenNotDefault, "")
                 .number<&Everything::decay>("decay", 0.1, Written::WhenNotDefault, "")
                 .boolean<&Everything::flag>("flag", true, Written::WhenNotDefault, "")
@@ -78,11 +79,69 @@ public:
     explicit Listing(const XMLNode& element) : Everything(element, listing()) {}
     static const StoredElement& listing() {
         static const StoredElement element =
-            StoredElement(2.08).list<&Listing::columns>("entries", "", {"\n  ", "\n"});
+            StoredElement(2.08).list<&Listing::columns>("entries", "", {"\n  ", "\n", " "});
         return element;
     }
     const char* actionName() const override { return "Listing"; }
     const StoredElement& storedElement() const override { return listing(); }
+};
+
+/// An Action with records in a child element, each with attributes and a list.
+class Recording : public ActionItem {
+public:
+    struct Record {
+        QString name;
+        QChar type;
+        QStringList columns;
+    };
+
+    explicit Recording(const XMLNode& element, const StoredElement& stored = declaration())
+        : ActionItem(element, nullptr) {
+        readStored(stored);
+    }
+    static const StoredElement& declaration() {
+        static const StoredElement element = StoredElement(2.08).layout({"\n "}).child(
+            "sets", StoredElement(0)
+                        .layout({.afterOpen = "", .beforeClose = " "})
+                        .records<&Recording::sets>(
+                            "set", "",
+                            StoredElement(0)
+                                .text<&Record::name>("name", "none", Written::Always, "")
+                                .character<&Record::type>("type", 'U', Written::WhenNotDefault, "")
+                                .list<&Record::columns>("columns", "",
+                                                        {.afterOpen = "", .beforeOpen = "  "})));
+        return element;
+    }
+
+    const char* actionName() const override { return "Recording"; }
+    QString actionDescription() const override { return {}; }
+    QStringList actionCategories() const override { return {}; }
+    QStringList actionKeywords() const override { return {}; }
+    void rewindRun() override {}
+    ActionItem* newFromXML(XMLNode element, GlobalParameters*) const override {
+        return new Recording(element);
+    }
+    const StoredElement& storedElement() const override { return declaration(); }
+
+    std::vector<Record> sets;
+};
+
+/// Records straight in the element, which is closed when there are none.
+class Plainly : public Recording {
+public:
+    explicit Plainly(const XMLNode& element) : Recording(element, plain()) {}
+    static const StoredElement& plain() {
+        static const StoredElement element =
+            StoredElement(2.08)
+                .layout({.closedWithoutRecords = true})
+                .records<&Plainly::sets>("c", "",
+                                         StoredElement(0)
+                                             .layout({.beforeOpen = "  "})
+                                             .text<&Record::name>("name", "", Written::Always, ""));
+        return element;
+    }
+    const char* actionName() const override { return "Plainly"; }
+    const StoredElement& storedElement() const override { return plain(); }
 };
 
 XMLNode parsed(const QByteArray& text) {
@@ -171,7 +230,34 @@ TEST(StoredElement, ADefaultMayDependOnTheGraph) {
 
 TEST(StoredElement, AListStandsByTheLayout) {
     const Listing listing(parsed("<Listing><any>a</any><s>b</s></Listing>"));
-    EXPECT_EQ(saved(listing), "<Listing version='2.08'>\n  <s>a</s>\n<s>b</s>\n</Listing>\n");
+    EXPECT_EQ(saved(listing), "<Listing version='2.08'>\n  <s>a</s>\n<s>b</s>\n </Listing>\n");
+}
+
+TEST(StoredElement, ANumberMayCountAsAnotherWhenItIsRead) {
+    Everything action(parsed("<Everything number='-101'/>"), nullptr);
+    EXPECT_EQ(action.number, -100);
+    action.number = -101;
+    EXPECT_NE(saved(action).find(" number='-101'"), std::string::npos);
+}
+
+TEST(StoredElement, RecordsStandByTheirLayout) {
+    const Recording none(XMLNode::emptyNode());
+    EXPECT_EQ(saved(none), "<Recording version='2.08'>\n <sets> </sets>\n</Recording>\n");
+    Recording action(parsed("<Recording><Sets><set name='a&lt;'><s>x</s></set><any type='F'/>"
+                            "</Sets></Recording>"));
+    ASSERT_EQ(action.sets.size(), 2u);
+    EXPECT_EQ(action.sets[1].name, "none");
+    const std::string text =
+        "<Recording version='2.08'>\n <sets>  <set name='a&lt;'><s>x</s>\n</set>\n"
+        "  <set name='none' type='F'></set>\n </sets>\n</Recording>\n";
+    EXPECT_EQ(saved(action), text);
+    EXPECT_EQ(saved(Recording(parsed(QByteArray::fromStdString(text)))), text);
+}
+
+TEST(StoredElement, AnElementWithoutRecordsMayBeClosed) {
+    EXPECT_EQ(saved(Plainly(parsed("<Plainly/>"))), "<Plainly version='2.08'/>\n");
+    EXPECT_EQ(saved(Plainly(parsed("<Plainly><x name='1'/><y/></Plainly>"))),
+              "<Plainly version='2.08'>\n  <c name='1'/>\n  <c name=''/>\n</Plainly>\n");
 }
 
 TEST(StoredElement, KeepsWhatNobodyDeclared) {
@@ -217,6 +303,17 @@ TEST(StoredElementCheck, NamesWhatIsUnknownWithTheNearestName) {
     EXPECT_EQ(problems(Everything::declaration(),
                        "<Everything outNam='' zzz='' lable=''>stray<befor/><Quick prefx=''/>"
                        "<Quick/></Everything>"),
+              expected);
+}
+
+TEST(StoredElementCheck, LooksIntoEachRecord) {
+    const std::vector<std::string> expected = {
+        "kind: in 'sets': in 'set 1': attribute 'type' must be one character, not 'ab'",
+        "unknown: in 'sets': in 'set 2': unknown attribute 'nam'; did you mean 'name'?",
+    };
+    EXPECT_EQ(problems(Recording::declaration(),
+                       "<Recording><sets><set type='ab'><x>a</x></set><any nam=''/></sets>"
+                       "</Recording>"),
               expected);
 }
 
