@@ -170,8 +170,11 @@ void StoredElement::writeAttributes(const void* object, const GlobalParameters* 
         if (attribute.written == Written::ReadOnly)
             continue;
         const QString value = valueText(attribute, object);
-        if (attribute.written == Written::Always || value != fallbackOf(attribute, parameters))
+        if (attribute.written == Written::Always || value != fallbackOf(attribute, parameters)) {
+            // One blank is written with the attribute.
+            stream << attribute.gap + 1;
             writeAttribute(stream, QLatin1String(attribute.name), value);
+        }
     }
 }
 
@@ -179,7 +182,10 @@ void StoredElement::writeAttributes(const void* object, const GlobalParameters* 
 bool StoredElement::hasContent(const void* object) const {
     if (records_)
         return !layout_.closedWithoutRecords || records_->count(object) > 0;
-    return list_.has_value() || !children_.empty();
+    if (list_)
+        return !layout_.closedWithoutEntries ||
+               !memberAs<QVector<QString>>(list_->member, object).isEmpty();
+    return !children_.empty();
 }
 
 void StoredElement::writeContent(const void* object, const GlobalParameters* parameters,
@@ -190,8 +196,12 @@ void StoredElement::writeContent(const void* object, const GlobalParameters* par
         return;
     }
     stream << '>' << layout_.afterOpen;
-    if (list_)
-        toXML(memberAs<QVector<QString>>(list_->member, object), stream);
+    if (list_) {
+        const auto& entries = memberAs<QVector<QString>>(list_->member, object);
+        toXML(entries, stream);
+        if (!entries.isEmpty())
+            stream << layout_.afterEntries;
+    }
     for (const Child& child : children_) {
         stream << '<' << child.name;
         child.element.writeAttributes(object, parameters, stream);

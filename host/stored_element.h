@@ -44,6 +44,7 @@ struct StoredAttribute {
     QString (*fallbackFor)(const GlobalParameters*) = nullptr;
     /// Where the format takes some whole numbers for others: what a number that was read counts as.
     qint64 (*settle)(qint64) = nullptr;
+    const char* gap = " "; ///< what stands in front of it: one or more blanks
 };
 
 /// A list of strings, stored as child elements `<s>`.
@@ -61,6 +62,9 @@ struct StoredLayout {
     const char* beforeOpen = ""; ///< of a record
     /// An element that has no records is written as `<name/>`, not as a pair of tags.
     bool closedWithoutRecords = false;
+    /// The same for an element whose list has no entries.
+    bool closedWithoutEntries = false;
+    const char* afterEntries = ""; ///< behind a list that has entries
 };
 
 /// A problem in a hand-written element.
@@ -137,6 +141,12 @@ public:
     /// What a number of the attribute declared last counts as when it is read.
     StoredElement& settledBy(qint64 (*settle)(qint64)) {
         attributes_.back().settle = settle;
+        return *this;
+    }
+
+    /// What stands in front of the attribute declared last, where that isn't one blank.
+    StoredElement& gap(const char* blanks) {
+        attributes_.back().gap = blanks;
         return *this;
     }
 

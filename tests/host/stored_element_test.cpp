@@ -260,6 +260,29 @@ TEST(StoredElement, AnElementWithoutRecordsMayBeClosed) {
               "<Plainly version='2.08'>\n  <c name='1'/>\n  <c name=''/>\n</Plainly>\n");
 }
 
+TEST(StoredElement, AListMayCloseItsElementOrMoveItsTag) {
+    class Short : public Everything {
+    public:
+        explicit Short(const XMLNode& element) : Everything(element, declared()) {}
+        static const StoredElement& declared() {
+            static const StoredElement element =
+                StoredElement(2.08)
+                    .text<&Short::always>("key", "", Written::Always, "")
+                    .gap("  ")
+                    .list<&Short::columns>("columns", "",
+                                           {.afterOpen = "\n  ",
+                                            .beforeClose = "  ",
+                                            .closedWithoutEntries = true,
+                                            .afterEntries = "\n"});
+            return element;
+        }
+        const StoredElement& storedElement() const override { return declared(); }
+    };
+    EXPECT_EQ(saved(Short(parsed("<a><s>b</s></a>"))),
+              "<Everything version='2.08'  key=''>\n  <s>b</s>\n\n  </Everything>\n");
+    EXPECT_EQ(saved(Short(parsed("<a/>"))), "<Everything version='2.08'  key=''/>\n");
+}
+
 TEST(StoredElement, KeepsWhatNobodyDeclared) {
     const std::string text = loadedAndSaved("<Everything FLAG='0' more='&lt;' id='4'><extra a='1'>"
                                             " <b>t&amp;</b></extra><Quick/></Everything>");
