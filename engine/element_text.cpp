@@ -143,6 +143,14 @@ QString unknownSettingText(const StoredElement& declaration, const QString& name
                        QLatin1String("': give this element as XML to set it");
         }
     }
+    if (const auto* const records = declaration.ownRecords()) {
+        for (const StoredAttribute& attribute : records->record.attributes()) {
+            if (isNamed(name, attribute.name))
+                return QLatin1Char('\'') + name + QLatin1String("' belongs to child elements '") +
+                       QLatin1String(records->name) +
+                       QLatin1String("': give this element as XML to set it");
+        }
+    }
     const QString text = QLatin1String("unknown attribute '") + name + QLatin1Char('\'');
     const QString nearest = nearestName(name, known);
     return nearest.isNull()

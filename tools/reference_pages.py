@@ -47,6 +47,10 @@ def settings_of(action, prefix=""):
         rows.append([f"`{prefix}<s>`", "list of texts", "empty", action["list"]["meaning"]])
     for child in action["children"]:
         rows += settings_of(child, f"{prefix}<{child['name']}> ")
+    if action.get("records"):
+        records = action["records"]
+        rows.append([f"`{prefix}<{records['name']}>`", "elements", "none", records["meaning"]])
+        rows += settings_of(records, f"{prefix}<{records['name']}> ")
     return rows
 
 

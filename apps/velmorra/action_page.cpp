@@ -126,7 +126,30 @@ QJsonObject elementJson(const StoredElement& declaration) {
     if (const auto& list = declaration.ownList())
         result.insert(QStringLiteral("list"),
                       QJsonObject{{"name", list->name}, {"meaning", list->meaning}});
+    if (const auto* const records = declaration.ownRecords()) {
+        QJsonObject object = elementJson(records->record);
+        object.insert(QStringLiteral("name"), records->name);
+        object.insert(QStringLiteral("meaning"), records->meaning);
+        result.insert(QStringLiteral("records"), object);
+    }
     return result;
+}
+
+/// One child element with what it always has.
+QByteArray exampleWithRecord(const ActionItem& action, const StoredElement::Records& records) {
+    const QByteArray name = action.actionName();
+    QByteArray text = "velmorra apply \"<" + name + "><" + records.name;
+    for (const StoredAttribute& attribute : records.record.attributes()) {
+        if (attribute.written == Written::Always)
+            text += QByteArray(" ") + attribute.name + "='" +
+                    (attribute.kind == StoredKind::Text ? QByteArray("a")
+                                                        : attribute.fallback.toUtf8()) +
+                    '\'';
+    }
+    text += "/></" + name + ">\"";
+    for (int pin = 0; pin < action.nPinIn; ++pin)
+        text += " --in " + QByteArray::number(pin) + "=in" + QByteArray::number(pin) + ".csv";
+    return text + " --out out.csv";
 }
 
 } // namespace
@@ -184,6 +207,14 @@ QByteArray actionPage(const ActionItem& action) {
         if (!child.element.attributes().empty())
             page += QByteArray("\nAttributes of the child element ") + child.name +
                     ", which needs XML\n" + alignedLines(attributeLines(child.element), 2);
+    }
+    if (const auto* const records = declaration.ownRecords()) {
+        page += QByteArray("\nChild elements ") + records->name +
+                ", which need XML: " + records->meaning + '\n' +
+                alignedLines(attributeLines(records->record), 2);
+        if (const auto& list = records->record.ownList())
+            page += QByteArray("  with a list of ") + list->name + ": " + list->meaning + '\n';
+        return page + "\nExample\n  " + exampleWithRecord(action, *records) + '\n';
     }
     return page + "\nExample\n  " + exampleCommand(action).toUtf8() + '\n';
 }
