@@ -17,7 +17,7 @@ public:
 
     /// `n` bytes at any address, valid until the chain is released; null when memory fails.
     uchar* alloc(qint64 n) {
-        if (n > end_ - next_ && !enterNewBlock(n))
+        if ((n > end_ - next_ || next_ == nullptr) && !enterNewBlock(n))
             return nullptr;
         uchar* const bytes = next_;
         next_ += n;

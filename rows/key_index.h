@@ -18,7 +18,7 @@
 /// way to the key, its rows stand in the order in which they were added, else in the reverse order;
 /// rows with a null text always stand in the order in which they were added.
 ///
-/// Finds may be made by many threads once the index is built.
+/// Finds may be made by many threads once the index is built; with KeepOne, also between adds.
 #pragma once
 
 #include "host/cell.h"
