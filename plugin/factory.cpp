@@ -1,6 +1,10 @@
 #include "plugin/factory.h"
 
 #include "actions/aggregate/accumulator.h"
+#include "actions/join/filter_on_key.h"
+#include "actions/join/in_memory_join.h"
+#include "actions/join/interval_join.h"
+#include "actions/join/multi_join.h"
 #include "actions/shape/column_rename.h"
 #include "actions/shape/select_columns.h"
 #include "plugin/catalogue.h"
@@ -24,6 +28,10 @@ constexpr Registration registered() {
 constexpr Registration registrations[] = {
     registered<SelectColumns>(),
     registered<ColumnRename>(),
+    registered<MultiJoin>(),
+    registered<FilterOnKey>(),
+    registered<IntervalJoin>(),
+    registered<InMemoryJoin>(),
     registered<Accumulator>(),
 };
 
