@@ -98,28 +98,29 @@ QJsonObject elementJson(const StoredElement& declaration) {
     return result;
 }
 
+/// One child element with what it always has.
+QString exampleWithRecord(const ActionItem& action, const StoredElement::Records& records) {
+    const QLatin1String name(action.actionName());
+    QString text = QLatin1String("velmorra apply \"<") + name + QLatin1String("><") +
+                   QLatin1String(records.name);
+    for (const StoredAttribute& attribute : records.record.attributes()) {
+        if (attribute.written == Written::Always)
+            text += QStringLiteral(" %1='%2'")
+                        .arg(QLatin1String(attribute.name), attribute.kind == StoredKind::Text
+                                                                ? QStringLiteral("a")
+                                                                : attribute.fallback);
+    }
+    text += QLatin1String("/></") + name + QLatin1String(">\"");
+    for (int pin = 0; pin < action.nPinIn; ++pin)
+        text += QStringLiteral(" --in %1=in%1.csv").arg(pin);
+    return text + QLatin1String(" --out out.csv");
+}
+
 /// What an example writes for a text: a column's name, unless the attribute's name says otherwise.
 const char* exampleValue(std::string_view attribute) {
     if (attribute == "file")
         return "table.csv";
     return attribute == "by" ? "a:A" : "a";
-}
-
-/// One child element with what it always has.
-QByteArray exampleWithRecord(const ActionItem& action, const StoredElement::Records& records) {
-    const QByteArray name = action.actionName();
-    QByteArray text = "velmorra apply \"<" + name + "><" + records.name;
-    for (const StoredAttribute& attribute : records.record.attributes()) {
-        if (attribute.written == Written::Always)
-            text += QByteArray(" ") + attribute.name + "='" +
-                    (attribute.kind == StoredKind::Text ? QByteArray("a")
-                                                        : attribute.fallback.toUtf8()) +
-                    '\'';
-    }
-    text += "/></" + name + ">\"";
-    for (int pin = 0; pin < action.nPinIn; ++pin)
-        text += " --in " + QByteArray::number(pin) + "=in" + QByteArray::number(pin) + ".csv";
-    return text + " --out out.csv";
 }
 
 /// The settings that the Action can't do without, each with a blank in front.
@@ -152,6 +153,8 @@ QString categoryTitle(const QString& category) {
 }
 
 QString exampleCommand(const ActionItem& action) {
+    if (const auto* const records = action.storedElement().ownRecords())
+        return exampleWithRecord(action, *records);
     const char* const given = action.storedElement().exampleWords();
     QString text = QLatin1String("velmorra apply ") + QLatin1String(action.actionName());
     text += given != nullptr ? QLatin1Char(' ') + QString::fromUtf8(given)
@@ -191,7 +194,6 @@ QByteArray actionPage(const ActionItem& action) {
                 alignedLines(attributeLines(records->record), 2);
         if (const auto& list = records->record.ownList())
             page += QByteArray("  with a list of ") + list->name + ": " + list->meaning + '\n';
-        return page + "\nExample\n  " + exampleWithRecord(action, *records) + '\n';
     }
     return page + "\nExample\n  " + exampleCommand(action).toUtf8() + '\n';
 }
