@@ -19,6 +19,8 @@ const StoredElement& Unflatten::declaration() {
     using Set = UnflattenSet;
     static const StoredElement element =
         StoredElement(2.08)
+            .exampleWords("\"<Unflatten><common><s>a</s></common>"
+                          "<sets><set name='b'><s>b</s></set></sets></Unflatten>\"")
             .boolean<&Unflatten::addSetName>("addSetName", true, Written::WhenNotDefault,
                                              "1: a column behind those of the set holds its name")
             .boolean<&Unflatten::checkSort>("checkSort", true, Written::WhenNotDefault,

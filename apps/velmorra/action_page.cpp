@@ -156,9 +156,10 @@ QString exampleCommand(const ActionItem& action) {
     if (const auto* const records = action.storedElement().ownRecords())
         return exampleWithRecord(action, *records);
     const char* const given = action.storedElement().exampleWords();
-    QString text = QLatin1String("velmorra apply ") + QLatin1String(action.actionName());
-    text += given != nullptr ? QLatin1Char(' ') + QString::fromUtf8(given)
-                             : exampleSettings(action.storedElement());
+    QString text = QLatin1String("velmorra apply ") +
+                   (given != nullptr ? QString::fromUtf8(given)
+                                     : QLatin1String(action.actionName()) +
+                                           exampleSettings(action.storedElement()));
     if (action.nPinIn > 0)
         text += QLatin1String(" --in in.csv");
     if (action.nPinOut > 0)
