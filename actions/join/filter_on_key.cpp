@@ -6,6 +6,7 @@
 const StoredElement& FilterOnKey::declaration() {
     static const StoredElement element =
         StoredElement(2.08)
+            .exampleWords("FilterOnKey slaveKey=a mainKeys=a --in 1=slaves.csv")
             .boolean<&FilterOnKey::checkUniquePKInSlaves>(
                 "checkUniquePKInSlaves", true, Written::WhenNotDefault,
                 "1: a key that stands twice on pin 1 is an error")

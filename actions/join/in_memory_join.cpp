@@ -22,6 +22,7 @@ const uchar* packedRow(const uchar* payload) {
 const StoredElement& InMemoryJoin::declaration() {
     static const StoredElement element =
         StoredElement(2.08)
+            .exampleWords("InMemoryJoin mainKey=a slaveKey=a columns=b --in 1=slaves.csv")
             .integer<&InMemoryJoin::jm>("jm", LeftJoin, Written::WhenNotDefault,
                                         "0: left join, a row without a match gets nulls; 1: inner "
                                         "join, it is dropped")

@@ -42,6 +42,8 @@ struct IntervalJoin::Slave {
 const StoredElement& IntervalJoin::declaration() {
     static const StoredElement element =
         StoredElement(2.08)
+            .exampleWords("IntervalJoin mainLowKey=a slaveLowKey=a slaveHighKey=b columns=b --in "
+                          "1=slaves.csv")
             .integer<&IntervalJoin::mode>(
                 "mode", PointInIntervals, Written::WhenNotDefault,
                 "0: points on pin 0, intervals on pin 1; 1: intervals on both; 2: intervals on "

@@ -280,7 +280,7 @@ class Catalogue(CommandLineTest):
         self.assertEqual(rename["inputPins"], 2)
 
     def test_the_example_of_every_action_runs(self):
-        for name in ("in", "in0", "in1", "table", "names"):
+        for name in ("in", "in0", "in1", "table", "names", "slaves"):
             self.write(name + ".csv", "a,b\n1,2\n")
         for action in json.loads(self.answer("actions", "--json")):
             words = shlex.split(action["example"])
