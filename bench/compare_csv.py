@@ -6,7 +6,8 @@
 FOLDER is where `npm install @duckdb/node-api nodejs-polars` was run; without --peers only velmorra
 is timed. The data is made once, always the same, beside the results in --work (default: a temporary
 folder). A peer is timed by itself from inside its process, so that its interpreter's start doesn't
-count; velmorra as a whole process. Printed are the medians and each peer's ratio to velmorra.
+count; velmorra as a whole process. Printed are the medians of the time and of the processor's time,
+which is the fairer one on a machine that does other things too, and its ratio to velmorra's.
 """
 
 import argparse
@@ -32,14 +33,14 @@ async function duckdb() {
   const all = task === 'pick' ? ", all_varchar=true" : "";
   const what = task === 'pick'
     ? "code AS c, price AS p, category AS k, note AS n" : "*";
-  const begin = process.hrtime.bigint();
+  const begin = [process.hrtime.bigint(), process.cpuUsage()];
   await db.run(`COPY (SELECT ${what} FROM read_csv('${input}', header=true${all})) ` +
                `TO '${output}' (FORMAT csv, HEADER)`);
   return begin;
 }
 async function polars() {
   const pl = require('nodejs-polars');
-  const begin = process.hrtime.bigint();
+  const begin = [process.hrtime.bigint(), process.cpuUsage()];
   const options = task === 'pick'
     ? { columns: ['code', 'price', 'category', 'note'], inferSchemaLength: 0 } : {};
   let table = pl.readCSV(input, options);
@@ -50,7 +51,8 @@ async function polars() {
   return begin;
 }
 (peer === 'duckdb' ? duckdb : polars)().then(begin => {
-  console.log(Number(process.hrtime.bigint() - begin) / 1e9);
+  const used = process.cpuUsage(begin[1]);
+  console.log(Number(process.hrtime.bigint() - begin[0]) / 1e9, (used.user + used.system) / 1e6);
 });
 """
 
@@ -78,25 +80,29 @@ def run_velmorra(program, task, data, out):
     else:
         words = [f"ReadCsv file={data} types={TYPES}", "SelectColumns keep=0 abort=0 columns=none"]
     words.append(f"WriteCsv file={out}")
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
     begin = time.perf_counter()
-    subprocess.run([program, "apply", *words], check=True, stderr=subprocess.DEVNULL)
-    return time.perf_counter() - begin
+    subprocess.run([program, "apply", "--threads", "1", *words], check=True,
+                   stderr=subprocess.DEVNULL)
+    elapsed = time.perf_counter() - begin
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return elapsed, after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
 
 
 def run_peer(folder, peer, task, data, out):
     environment = dict(os.environ, POLARS_MAX_THREADS="1")
     done = subprocess.run(["node", "-e", PEER, "--", peer, task, str(data), str(out)], cwd=folder,
                           env=environment, check=True, capture_output=True, text=True)
-    return float(done.stdout.strip().splitlines()[-1])
+    return tuple(map(float, done.stdout.strip().splitlines()[-1].split()))
 
 
 def floor(data, out):
     """A copy of the bytes: what reading and writing the file costs at least."""
-    begin = time.perf_counter()
+    begin, used = time.perf_counter(), time.process_time()
     with open(data, "rb") as source, open(out, "wb") as target:
         while block := source.read(256 << 10):
             target.write(block)
-    return time.perf_counter() - begin
+    return time.perf_counter() - begin, time.process_time() - used
 
 
 def main():
@@ -125,10 +131,11 @@ def main():
             for _ in range(arguments.rounds):
                 for name, run in runs.items():
                     times[name].append(run())
-            ours = statistics.median(times["velmorra"])
-            for name, values in times.items():
-                middle = statistics.median(values)
-                print(f"{task:5} {name:9} {middle:7.3f} s  {middle / ours:5.2f} x velmorra's")
+            medians = {name: [statistics.median(part) for part in zip(*values)]
+                       for name, values in times.items()}
+            for name, (elapsed, used) in medians.items():
+                print(f"{task:5} {name:9} {elapsed:7.3f} s, processor {used:7.3f} s, "
+                      f"{used / medians['velmorra'][1]:5.2f} x velmorra's")
     peak = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss
     if not arguments.peers:
         print(f"largest memory of a run: {peak / 1024:.0f} MB")

@@ -118,7 +118,7 @@ struct Run::State {
             if (const auto* const source = dynamic_cast<const SourceBox*>(box->action))
                 sources.push_back(source);
             if (auto* const output = dynamic_cast<OutputKeeper*>(box->action))
-                outputs.push_back({box->action, output});
+                outputs.emplace_back(box->action, output);
         }
     }
 

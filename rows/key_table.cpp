@@ -22,7 +22,7 @@ std::array<quint64, 2> randomSeeds() {
 
 } // namespace
 
-const std::array<quint64, 2> KeyTable::seeds_ = randomSeeds();
+const std::array<quint64, 2> KeyTable::processSeeds = randomSeeds();
 
 quint64 KeyTable::hashOf(const uchar* bytes, size_t size) {
     constexpr quint64 odd = 0x9E3779B97F4A7C15ull;

@@ -88,7 +88,7 @@ private:
     }
 
     /// Chosen anew in each process, so that no file can be made of keys that collide.
-    static const std::array<quint64, 2>& seeds() { return seeds_; }
+    static const std::array<quint64, 2>& seeds() { return processSeeds; }
 
     template <class HashOfWord>
     bool grow(HashOfWord hashOfWord) {
@@ -115,7 +115,7 @@ private:
     static void freeSlots(Slot* slots);
 
     static constexpr quint64 firstSlots = 256;
-    static const std::array<quint64, 2> seeds_;
+    static const std::array<quint64, 2> processSeeds;
 
     Slot* slots_ = nullptr;
     quint64 mask_ = 0;

@@ -3,6 +3,7 @@
 #include "host/main_ui.h"
 
 #include <array>
+#include <iterator>
 #include <numeric>
 #include <utility>
 
@@ -201,7 +202,7 @@ uchar* packRowListing(const PackedRowDescriptor& descriptor, const uchar* const*
     const uchar** begin = out;
     size_t run = 0;
     return pack(descriptor, cells, bytes, [&](qint32, const uchar* place) {
-        while (next == begin) {
+        while (next == begin && run + 1 < std::size(ends)) {
             begin = ends[run];
             next = ends[++run];
         }

@@ -8,6 +8,7 @@
 namespace {
 
 constexpr int mostBoundWarnings = 500;
+constexpr size_t pointerBytes = sizeof(void*);
 constexpr qint64 rowBlockSize = 1 << 20;
 
 QString cellText(const OneRow& row, int column) {
@@ -299,13 +300,13 @@ IntervalJoin::Partition* IntervalJoin::partitionFor(Slave& slave) {
     if (payload == nullptr)
         return nullptr;
     Partition* const added = ownPartitions_.emplace_back(std::make_unique<Partition>()).get();
-    std::memcpy(payload, &added, sizeof added);
+    std::memcpy(payload, &added, pointerBytes);
     return added;
 }
 
 IntervalJoin::Partition* IntervalJoin::partitionAt(const uchar* payload) {
     Partition* partition;
-    std::memcpy(&partition, payload, sizeof partition);
+    std::memcpy(&partition, payload, pointerBytes);
     return partition;
 }
 

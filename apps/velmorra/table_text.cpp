@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include <wchar.h>
+#include <cwchar>
 
 namespace {
 

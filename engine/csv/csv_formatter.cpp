@@ -6,6 +6,7 @@
 #include "host/number_text.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 
 namespace velmorra {
@@ -216,13 +217,23 @@ char* CsvFormatter::encode(const uchar* chars, int units, char* out, bool* speci
         const NarrowResult block =
             narrowBlock(chars + 2 * qsizetype(i), out, layout_.delimiter, quote);
         *special |= block.special;
-        const int end = i + narrowUnits;
-        if (block.ascii) {
-            i = end;
-            out += narrowUnits;
-        }
-        while (i < end)
+        i += block.plain;
+        out += block.plain;
+        // Characters beyond ASCII often come in runs: a block each would be dear.
+        while (i < units && cell::unitAt(chars, i) >= 0x80)
             i = encodeUnit(chars, i, units, &out, special);
+    }
+    if (i < units && units >= narrowUnits) {
+        // The last whole block holds the rest; what was in front of it has been written.
+        char bytes[2 * narrowUnits] = {};
+        const int first = units - narrowUnits;
+        const NarrowResult block =
+            narrowBlock(chars + 2 * qsizetype(first), bytes, layout_.delimiter, quote);
+        if (block.plain == narrowUnits) {
+            *special |= block.special;
+            std::memcpy(out, bytes + (i - first), narrowUnits);
+            return out + (units - i);
+        }
     }
     while (i < units)
         i = encodeUnit(chars, i, units, &out, special);
@@ -237,6 +248,11 @@ inline int CsvFormatter::encodeUnit(const uchar* chars, int at, int units, char*
         const char byte = static_cast<char>(character);
         *special |= byte == layout_.delimiter || byte == quote || byte == '\r' || byte == '\n';
         *(*out)++ = byte;
+        return at;
+    }
+    if (character < 0x800) {
+        *(*out)++ = static_cast<char>(0xC0 | character >> 6);
+        *(*out)++ = static_cast<char>(0x80 | (character & 0x3F));
         return at;
     }
     if (character >= 0xD800 && character <= 0xDFFF) {
