@@ -60,12 +60,13 @@ bool RowMerge::start(QString* error) {
     return true;
 }
 
-/// The rows of a chunk lie anywhere in memory; this one is handed on only after those of many other
-/// sources.
+/// The rows of a chunk lie anywhere in memory, and what this source needs next is handed on only
+/// after the rows of many others: time enough to bring it in.
 void RowMerge::prefetchNext(const Source& source) {
     constexpr int cacheLine = 64;
+    constexpr int entriesAhead = 2 * cacheLine / int(sizeof(SortEntry));
     if (source.end - source.next > 1) {
-        __builtin_prefetch(source.next + 8);
+        __builtin_prefetch(source.next + entriesAhead);
         __builtin_prefetch(source.next[1].row);
         __builtin_prefetch(source.next[1].row + cacheLine);
     }
