@@ -140,7 +140,8 @@ bool SlaveTableStore::addNumberKey(KeyTable& table, quint64 word, uchar* stored)
 bool SlaveTableStore::addTextKey(KeyTable& table, const cell::TextView& text, uchar* stored,
                                  quint32 keyPlace) {
     const quint32 hash = hashOf(text);
-    const KeyTable::Slot added{(quint64(hash) << 32) | keyPlace, stored};
+    KeyTable::Slot added{(quint64(hash) << 32) | keyPlace, nullptr};
+    added.place = stored;
     if (KeyTable::Slot* const slot = findSlot(table, text, hash)) {
         *slot = added;
         return !rejectsDuplicates_;

@@ -200,6 +200,8 @@ void InMemoryJoin::shapeOutput(const OneRow& row, const OneRow* slaveRow,
         out.setColName(column, prefixMain + row.colName(column));
     int place = mainColumns_;
     for (const qint32 source : sources) {
+        if (slaveRow == nullptr)
+            break; // an empty slave table has no columns, so there are no sources either
         const MetaInfo type = slaveRow->getMetaType(source);
         out.setColName(place, prefixSlave + slaveRow->colName(source));
         out.setMetaType(place++, type);
