@@ -52,6 +52,6 @@ TEST(Completion, isTheShareOfAllSourcesUpstreamEachCountedOnce) {
     graph.addLink({whole, 0, sink, 3}); // nothing leads to pin 2
     EXPECT_EQ(completionIsSumOfAllCompletions(graph.boxes().back().get()), 0);
     KeptMessages messages;
-    EXPECT_EQ(Run(graph, messages).execute(), RunOutcome::Done);
+    EXPECT_EQ(velmorra::Run(graph, messages).execute(), RunOutcome::Done);
     EXPECT_EQ(seen, 0.75F);
 }
