@@ -9,7 +9,8 @@
 #include <functional>
 #include <random>
 
-using namespace harness;
+using namespace velmorra;
+using namespace velmorra::harness;
 
 namespace {
 
