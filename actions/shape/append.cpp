@@ -246,6 +246,7 @@ bool Append::collectTurns() {
         active_.push_back({pin, std::move(inputs)});
     }
     turn_ = 0;
+    someEnded_ = false;
     if (active_.size() > 1)
         setStep<&Append::firstTurnsStep>();
     else
@@ -310,16 +311,27 @@ bool Append::firstTurnsStep() {
 }
 
 bool Append::turnsStep() {
-    const OneRow* row = getNextRowFromInPin(active_[turn_].pin);
-    while (row == nullptr) {
-        active_.erase(active_.begin() + static_cast<std::ptrdiff_t>(turn_));
-        if (active_.empty() || !isRunning())
+    for (;; ++turn_) {
+        if (turn_ == active_.size() && !startRound())
             return true;
-        turn_ = turn_ == active_.size() ? 0 : turn_;
-        row = getNextRowFromInPin(active_[turn_].pin);
+        ActivePin& active = active_[turn_];
+        const OneRow* const row = active.hasEnded ? nullptr : getNextRowFromInPin(active.pin);
+        if (row != nullptr) {
+            passOnTurn(*row);
+            return false;
+        }
+        active.hasEnded = true;
+        someEnded_ = true;
     }
-    passOnTurn(*row);
-    return false;
+}
+
+/// Leaves out the pins that have ended. False when none is left.
+bool Append::startRound() {
+    turn_ = 0;
+    if (someEnded_)
+        std::erase_if(active_, [](const ActivePin& pin) { return pin.hasEnded; });
+    someEnded_ = false;
+    return !active_.empty() && isRunning();
 }
 
 /// Finds the output columns by name; each mention of a name takes its next occurrence.
@@ -400,5 +412,5 @@ void Append::passOnTurn(const OneRow& row) {
         passOn(row, active_[turn_].inputs);
     else
         passOnByPlace(row);
-    turn_ = turn_ + 1 == active_.size() ? 0 : turn_ + 1;
+    ++turn_;
 }

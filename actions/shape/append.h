@@ -48,6 +48,7 @@ private:
     struct ActivePin {
         int pin;
         std::vector<int> inputs; ///< for each output column its input column; by name only
+        bool hasEnded = false;   ///< left out from the next round on
     };
 
     /// What all pins say about a name.
@@ -83,6 +84,7 @@ private:
     void passOnUnion(const OneRow& row);
     void passOnByPlace(const OneRow& row);
     void passOnTurn(const OneRow& row);
+    bool startRound();
 
     // What the first row resolved.
     bool prefetched_ = false; ///< every pin stands on its first row already
@@ -92,5 +94,6 @@ private:
     std::vector<int> inputs_;  ///< for each output column its input column
     std::vector<int> outputs_; ///< of a union: the output column for each of `inputs_`
     std::vector<ActivePin> active_;
-    size_t turn_ = 0;
+    size_t turn_ = 0; ///< place in `active_` of the next row's pin
+    bool someEnded_ = false;
 };
