@@ -190,11 +190,12 @@ QByteArray actionPage(const ActionItem& action) {
                     ", which needs XML\n" + alignedLines(attributeLines(child.element), 2);
     }
     if (const auto* const records = declaration.ownRecords()) {
-        page += QByteArray("\nChild elements ") + records->name +
-                ", which need XML: " + records->meaning + '\n' +
-                alignedLines(attributeLines(records->record), 2);
+        QVector<QStringList> lines = attributeLines(records->record);
         if (const auto& list = records->record.ownList())
-            page += QByteArray("  with a list of ") + list->name + ": " + list->meaning + '\n';
+            lines += QStringList{QString::fromUtf8(list->name), QStringLiteral("list"),
+                                 QStringLiteral("empty"), QString::fromUtf8(list->meaning)};
+        page += QByteArray("\nChild elements ") + records->name +
+                ", which need XML: " + records->meaning + '\n' + alignedLines(lines, 2);
     }
     return page + "\nExample\n  " + exampleCommand(action).toUtf8() + '\n';
 }
