@@ -28,6 +28,7 @@ public:
           context_{&messages, nullptr} {
         if (!part_.error.isNull())
             return;
+        options_.looksOnly = true;
         const RunContextScope scope(&context_);
         wiring_.emplace(part_.graph, context_, options_, part_.full);
         target_ = wiring_->boxes()[static_cast<size_t>(part_.target)].get();
@@ -70,7 +71,7 @@ private:
     GraphPart part_;
     size_t pin_;
     RunContext context_;
-    const RunOptions options_;
+    RunOptions options_;
     std::optional<Wiring> wiring_;
     RunningBox* target_ = nullptr;
 };

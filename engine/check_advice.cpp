@@ -16,29 +16,35 @@ struct StoredText {
     QString value; ///< parameters are in
 };
 
-void addStoredTexts(const StoredElement& element, ActionItem& box, const QString& path,
-                    QVector<StoredText>& texts) {
+/// Adds the texts of an element; `object` is what stores it, the box or a record of the box.
+void addStoredTexts(const StoredElement& element, void* object, const ActionItem& box,
+                    const QString& path, QVector<StoredText>& texts) {
     for (const StoredAttribute& attribute : element.attributes()) {
         if (attribute.kind != StoredKind::Text)
             continue;
-        const QString& value = *static_cast<const QString*>(attribute.member(&box));
+        const QString& value = *static_cast<const QString*>(attribute.member(object));
         texts.push_back({path + QLatin1String(attribute.name), box.expandString(value)});
         if (const QString file = box.expandFile(value); file != texts.back().value)
             texts.push_back({texts.back().setting, file});
     }
     if (const auto& list = element.ownList()) {
-        const auto& entries = *static_cast<const QVector<QString>*>(list->member(&box));
+        const auto& entries = *static_cast<const QVector<QString>*>(list->member(object));
         const QString name = path.isEmpty() ? QString::fromUtf8(list->name) : path.chopped(1);
         for (const QString& entry : entries)
             texts.push_back({name, box.expandString(entry)});
     }
+    if (const StoredElement::Records* const records = element.ownRecords()) {
+        for (size_t place = 0; place < records->count(object); ++place)
+            addStoredTexts(records->record, records->at(object, place), box,
+                           path + QLatin1String(records->name) + u'.', texts);
+    }
     for (const StoredElement::Child& child : element.children())
-        addStoredTexts(child.element, box, path + QLatin1String(child.name) + u'.', texts);
+        addStoredTexts(child.element, object, box, path + QLatin1String(child.name) + u'.', texts);
 }
 
 QVector<StoredText> storedTexts(ActionItem& box) {
     QVector<StoredText> texts;
-    addStoredTexts(box.storedElement(), box, {}, texts);
+    addStoredTexts(box.storedElement(), &box, box, {}, texts);
     texts.removeIf([](const StoredText& text) { return text.value.isEmpty(); });
     return texts;
 }

@@ -24,6 +24,9 @@ struct RunOptions {
     /// For tests: a spool on every wire, also where the producer's row could be handed on as it is.
     bool spoolEveryWire = false;
 
+    /// For a look at some rows: boxes upstream write no files of their own.
+    bool looksOnly = false;
+
     /// Rows that a sink takes at most; negative: all.
     qint64 rowLimit = -1;
 };

@@ -94,6 +94,7 @@ ExitStatus PreviewCommand::execute() {
         log.take({1, preview.error(), {}, {}});
         return ExitStatus::RunFailed;
     }
+    settings_.runOptions.looksOnly = true;
     if (isatty(STDOUT_FILENO) != 1) {
         preview.writeRows(rows_, typed_);
         return executeRun(preview.graph(), log, settings_);

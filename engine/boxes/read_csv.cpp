@@ -1,6 +1,7 @@
 #include "engine/boxes/read_csv.h"
 
 #include "engine/csv/dialect.h"
+#include "engine/run.h"
 
 #include "host/main_ui.h"
 
@@ -93,7 +94,7 @@ bool ReadCsv::beforeRun() {
 /// False when the run can't begin.
 bool ReadCsv::openRejects() {
     settings_.rejects = &dropped_;
-    if (!mustComputeFull())
+    if (!mustComputeFull() || (runOptions != nullptr && runOptions->looksOnly))
         return true;
     const QString path = expandFile(rejects);
     const QString source = QFileInfo(expandFile(file)).canonicalFilePath();

@@ -116,6 +116,20 @@ class Check(LookingTest):
         self.assertRegex(result.stdout, r"\A\[2\] box 1 .*'typed'.*\n\Z")
         self.assertEqual(self.velmorra("check", "g.vgraph", "--strict").returncode, 3)
 
+    def test_the_order_that_is_missing_is_told(self):
+        self.write("towns.csv", "town\nGent\nMons\n")
+        boxes = [READ, "<ReadCsv id='2' file='towns.csv'/>",
+                 "<Flatten id='3' key='name' category='town' alternativeNaming='2'><ToTranspose>"
+                 "<s>id</s></ToTranspose></Flatten>"]
+        self.graph(*boxes, links="1-3 2-3.1")
+        result = self.velmorra("check", "g.vgraph")
+        advice = re.fullmatch(r"\[1\] box 3 \(Flatten\): .* is not sorted on column 'name'\. "
+                              r"\(setting key, pin 0\): put a Sort by=(.*) in front of pin 0\n",
+                              result.stdout)
+        self.assertTrue(advice, result.stdout)
+        self.graph(*boxes, f"<Sort id='4' by='{advice.group(1)}'/>", links="1-4 4-3 2-3.1")
+        self.assertEqual(self.answer("check", "g.vgraph"), "no problems\n")
+
     def test_outputs_that_cannot_be_written(self):
         for file, problem in (("nowhere/x.csv", "there is no folder"), (".", "it is a directory"),
                               ("", "no file name given"), ("-", None), ("/dev/null", None),
@@ -216,6 +230,19 @@ class Preview(LookingTest):
                 cwd=self.folder, capture_output=True, text=True, timeout=60, check=False)
             self.assertEqual((result.returncode, result.stdout), (0, end), result.stderr)
         self.assertEqual(self.files(), ["g.vgraph", "people.csv", "typed.csv"])
+
+    def test_broken_rows_leave_the_reject_file_alone(self):
+        self.write("people.csv", "a,b\n1,2\n3\n4,5\n")
+        self.write("rejects.csv", "earlier\n")
+        self.graph("<ReadCsv id='1' file='people.csv' rejects='rejects.csv'/>",
+                   "<ColumnRename id='2'/>", links="1-2 1-2.1")
+        for words in (["preview", "g.vgraph", "1"], ["check", "g.vgraph"],
+                      ["columns", "g.vgraph"]):
+            result = self.velmorra(*words)
+            self.assertEqual(result.returncode, 0, result)
+        self.assertEqual(self.answer("preview", "g.vgraph", "1"), "a,b\n1,2\n4,5\n")
+        self.assertEqual(self.read("rejects.csv"), "earlier\n")
+        self.assertEqual(self.files(), ["g.vgraph", "people.csv", "rejects.csv", "typed.csv"])
 
     def test_a_terminal_gets_a_table(self):
         self.graph("<ReadCsv id='1' file='typed.csv' typed='1'/>")
