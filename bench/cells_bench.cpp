@@ -7,6 +7,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <random>
@@ -97,6 +98,19 @@ void formatNumberPlain(benchmark::State& state) {
     perValue(state);
 }
 
+void formatNumberByLibrary(benchmark::State& state) {
+    const std::vector<double> values = valuesOf(state);
+    char text[numberTextRoom];
+    for (auto _ : state) {
+        for (const double value : values) {
+            benchmark::DoNotOptimize(
+                std::to_chars(text, text + sizeof text, value, std::chars_format::fixed));
+            benchmark::ClobberMemory();
+        }
+    }
+    perValue(state);
+}
+
 /// L by the loop that the length field's definition suggests.
 int plainLength(const uchar* bytes) {
     int length = 0;
@@ -177,6 +191,7 @@ void copyRowPlain(benchmark::State& state) {
 BENCHMARK(parseCell)->DenseRange(WholeNumbers, FullDoubles);
 BENCHMARK(parseCellPlain)->DenseRange(WholeNumbers, FullDoubles);
 BENCHMARK(formatNumber)->DenseRange(WholeNumbers, FullDoubles);
+BENCHMARK(formatNumberByLibrary)->DenseRange(WholeNumbers, FullDoubles);
 BENCHMARK(formatNumberPlain)->DenseRange(WholeNumbers, FullDoubles);
 BENCHMARK(readLength<false>);
 BENCHMARK(readLength<true>);

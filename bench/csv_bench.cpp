@@ -45,7 +45,7 @@ const std::string& file() {
     return bytes;
 }
 
-CsvParser::ByteSource source() {
+ByteSource source() {
     return [at = size_t(0)](uchar* to, qint64 room) mutable {
         const size_t count = std::min(size_t(room), file().size() - at);
         std::memcpy(to, file().data() + at, count);
@@ -74,7 +74,7 @@ void countBytes(benchmark::State& state) {
 void copyBytes(benchmark::State& state) {
     std::vector<uchar> window(256 << 10);
     for (auto _ : state) {
-        CsvParser::ByteSource bytes = source();
+        ByteSource bytes = source();
         while (bytes(window.data(), qint64(window.size())) > 0)
             benchmark::ClobberMemory();
     }

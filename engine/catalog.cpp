@@ -1,6 +1,7 @@
 #include "engine/catalog.h"
 
 #include "engine/boxes/read_csv.h"
+#include "engine/boxes/sort.h"
 #include "engine/boxes/write_csv.h"
 #include "host/nearest_name.h"
 #include "host/plugin_interface.h"
@@ -57,6 +58,7 @@ QString ActionCatalog::load() {
             add(std::unique_ptr<ActionItem>(action));
     }
     add(std::make_unique<ReadCsv>(XMLNode::emptyNode(), nullptr));
+    add(std::make_unique<Sort>(XMLNode::emptyNode(), nullptr));
     add(std::make_unique<WriteCsv>(XMLNode::emptyNode(), nullptr));
     return {};
 }

@@ -30,11 +30,13 @@ protected:
     using ActionItem::ActionItem;
 };
 
-/// A box that writes something that must appear whole or not at all. The engine calls, when the run
-/// of the whole graph has succeeded, finishOutput of every such box, and if none failed
+/// What a box is that writes something that must appear whole or not at all. The engine calls, when
+/// the run of the whole graph has succeeded, finishOutput of every such box, and if none failed
 /// commitOutput of every one; else discardOutput. afterRun comes behind these.
-class OutputBox : public EngineBox {
+class OutputKeeper {
 public:
+    virtual ~OutputKeeper() = default;
+
     /// Everything is written and flushed to the file. False with a message logged when it isn't.
     virtual bool finishOutput() = 0;
 
@@ -44,7 +46,11 @@ public:
     /// Leaves no trace; the earlier output stays as it was. May be called more than once, and from
     /// another thread while the run goes on.
     virtual void discardOutput() = 0;
+};
 
+/// A box that writes a table.
+class OutputBox : public EngineBox, public OutputKeeper {
+public:
     /// Rows written so far; callable from another thread.
     virtual qint64 rowsWritten() const = 0;
 

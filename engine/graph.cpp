@@ -13,7 +13,9 @@ QString pinList(int pins) {
 }
 
 GraphProblem error(const QString& text) {
-    return {text, true};
+    GraphProblem problem;
+    problem.text = text;
+    return problem;
 }
 
 /// The place of a box that is on a loop, or -1: what remains when boxes that wait for no other are
@@ -75,6 +77,18 @@ int Graph::addBox(std::unique_ptr<ActionItem> box) {
     return place;
 }
 
+GraphProblem boxProblem(const ActionItem& box, const QString& text, bool isError, int pin) {
+    const QString title = boxTitle(box) + QLatin1String(": ");
+    GraphProblem problem;
+    problem.text = title + text;
+    problem.isError = isError;
+    problem.boxId = box.boxId;
+    problem.boxName = QString::fromUtf8(box.actionName());
+    problem.pin = pin;
+    problem.titleSize = title.size();
+    return problem;
+}
+
 int Graph::indexOfBox(const QString& id) const {
     return places_.value(id, -1);
 }
@@ -99,7 +113,8 @@ QVector<GraphProblem> Graph::checkWiring() const {
     }
     for (size_t i = 0; i < boxes_.size(); ++i) {
         if (indexOfBox(boxes_[i]->boxId) != static_cast<int>(i))
-            problems.push_back(error(boxTitle(*boxes_[i]) + ": another box has the same id"));
+            problems.push_back(
+                boxProblem(*boxes_[i], QStringLiteral("another box has the same id")));
     }
     QSet<std::pair<int, int>> taken;
     bool sound = true;
@@ -109,29 +124,29 @@ QVector<GraphProblem> Graph::checkWiring() const {
         if (link.out < 0 || link.out >= from.nPinOut) {
             sound = false;
             problems.push_back(
-                error(boxTitle(from) + QStringLiteral(": a link leaves output pin %1, "
-                                                      "but the box has %2")
-                                           .arg(link.out)
-                                           .arg(pinList(from.nPinOut))));
+                boxProblem(from,
+                           QStringLiteral("a link leaves output pin %1, but the box has %2")
+                               .arg(QString::number(link.out), pinList(from.nPinOut)),
+                           true, link.out));
         }
         if (link.in < 0 || link.in >= to.nPinIn) {
             sound = false;
             problems.push_back(
-                error(boxTitle(to) + QStringLiteral(": a link leads to input pin %1, "
-                                                    "but the box has %2")
-                                         .arg(link.in)
-                                         .arg(pinList(to.nPinIn))));
+                boxProblem(to,
+                           QStringLiteral("a link leads to input pin %1, but the box has %2")
+                               .arg(QString::number(link.in), pinList(to.nPinIn)),
+                           true, link.in));
         } else if (taken.contains({link.to, link.in})) {
             sound = false;
-            problems.push_back(
-                error(boxTitle(to) + QStringLiteral(": input pin %1 has two links").arg(link.in)));
+            problems.push_back(boxProblem(
+                to, QStringLiteral("input pin %1 has two links").arg(link.in), true, link.in));
         }
         taken.insert({link.to, link.in});
     }
     const int looped = sound ? boxOnLoop(*this) : -1;
     if (looped >= 0)
-        problems.push_back(error(boxTitle(*boxes_[static_cast<size_t>(looped)]) +
-                                 ": the links make a loop through this box"));
+        problems.push_back(boxProblem(*boxes_[static_cast<size_t>(looped)],
+                                      QStringLiteral("the links make a loop through this box")));
     return problems;
 }
 

@@ -18,10 +18,26 @@ struct Link {
     int in = 0;
 };
 
+/// An input pin of a box by its place in the graph.
+struct InputPlace {
+    int box = -1;
+    int pin = -1;
+};
+
 /// What is wrong with a graph, said with the box: "box 3 (Join): ...".
 struct GraphProblem {
     QString text;
     bool isError = true; ///< else a warning: an unknown attribute or child
+
+    // Where a box is meant.
+    QString boxId;
+    QString boxName;         ///< the Action's name
+    int pin = -1;            ///< input or output pin, where one is meant
+    QString setting;         ///< attribute or child element, where one is meant
+    qsizetype titleSize = 0; ///< of the box's title at the front of the text
+
+    /// The text without the box.
+    QString ownText() const { return text.mid(titleSize); }
 };
 
 class Graph {
@@ -59,5 +75,9 @@ private:
 
 /// "box 3 (Join)", or with its label "box 3 'prices' (Join)".
 QString boxTitle(const ActionItem& box);
+
+/// A problem of a box, with the box in front of what is said.
+GraphProblem boxProblem(const ActionItem& box, const QString& text, bool isError = true,
+                        int pin = -1);
 
 } // namespace velmorra

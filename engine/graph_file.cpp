@@ -4,6 +4,7 @@
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
+#include <QtCore/QRegularExpression>
 
 #include <algorithm>
 
@@ -17,6 +18,16 @@ public:
     void take(const Message& message) override { messages.push_back(message); }
     QVector<Message> messages;
 };
+
+/// The attribute or child element that a problem of a stored element names; of one in a child
+/// element `child.name`.
+QString settingNamed(const QString& text) {
+    static const QRegularExpression named(
+        QStringLiteral("^(?:in '([^']+)': )?.*?(?:attribute|child element) '([^']+)'"));
+    const auto match = named.match(text);
+    const QString child = match.captured(1);
+    return child.isEmpty() ? match.captured(2) : child + QLatin1Char('.') + match.captured(2);
+}
 
 /// Reads one graph; the problems it meets add up.
 class GraphReader {
@@ -42,7 +53,10 @@ public:
 
 private:
     void problem(const QString& text, bool isError = true) {
-        load_.problems.push_back({text, isError});
+        GraphProblem problem;
+        problem.text = text;
+        problem.isError = isError;
+        load_.problems.push_back(problem);
     }
 
     void warnOfUnknownPart(const XMLNode& part) {
@@ -94,15 +108,18 @@ private:
         if (!box) {
             problem(QLatin1String("box ") + id + QLatin1String(": ") +
                     catalog_.unknownActionText(QString::fromUtf8(element.name())));
+            load_.problems.back().boxId = id;
+            load_.problems.back().titleSize = id.size() + 6;
             broken_.insert(id);
             return;
         }
         box->boxId = id;
-        const QString title = boxTitle(*box) + QLatin1String(": ");
-        for (const StoredProblem& found : box->storedElement().check(element, boxAttributes()))
-            problem(title + found.text, false);
+        for (const StoredProblem& found : box->storedElement().check(element, boxAttributes())) {
+            load_.problems.push_back(boxProblem(*box, found.text, false));
+            load_.problems.back().setting = settingNamed(found.text);
+        }
         for (const Message& message : said.messages)
-            problem(title + message.text, message.level == 1);
+            load_.problems.push_back(boxProblem(*box, message.text, message.level == 1));
         load_.graph->addBox(std::move(box));
     }
 
@@ -132,6 +149,8 @@ private:
                             pinOfLink(l, "in")};
             if (link.from >= 0 && link.to >= 0 && link.out >= 0 && link.in >= 0)
                 load_.graph->addLink(link);
+            else if (link.to >= 0 && link.in >= 0)
+                load_.cutPins.push_back({link.to, link.in});
         });
     }
 
@@ -143,7 +162,9 @@ private:
 
 GraphLoad refused(const QString& text) {
     GraphLoad load;
-    load.problems.push_back({text, true});
+    GraphProblem problem;
+    problem.text = text;
+    load.problems.push_back(problem);
     return load;
 }
 

@@ -22,6 +22,9 @@ struct GraphLoad {
     std::unique_ptr<Graph> graph; ///< null when the file can't be read as a graph
     QVector<GraphProblem> problems;
 
+    /// Input pins whose link comes from a box that isn't there or couldn't be made.
+    QVector<InputPlace> cutPins;
+
     bool isRunnable() const;
 };
 

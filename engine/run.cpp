@@ -2,12 +2,12 @@
 
 #include "engine/columns_probe.h"
 #include "engine/engine_box.h"
+#include "engine/graph_part.h"
 #include "engine/wiring.h"
 #include "host/main_ui.h"
 
 #include <algorithm>
-#include <functional>
-#include <pthread.h>
+#include <unordered_set>
 
 namespace velmorra {
 
@@ -15,10 +15,6 @@ namespace {
 
 /// Steps that a sink is given before the next one has its turn, so that spools stay short.
 constexpr int stepsPerTurn = 1024;
-
-// A pull goes down the whole chain of boxes on the stack.
-constexpr size_t stackBytes = 16 << 20;
-constexpr size_t stackBytesPerBox = 32 << 10;
 
 /// Passes messages on until the run is cancelled: what boxes say about inputs that end early
 /// because of that is of no interest.
@@ -35,34 +31,47 @@ private:
     const RunStatus& status_;
 };
 
-/// Runs `work` on a thread with `bytes` of stack and waits for it; on this thread where no such
-/// thread can be had.
-void runWithStack(size_t bytes, std::function<void()> work) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, bytes);
-    pthread_t thread;
-    const auto entry = [](void* argument) -> void* {
-        (*static_cast<std::function<void()>*>(argument))();
-        return nullptr;
-    };
-    const int failed = pthread_create(&thread, &attributes, entry, &work);
-    pthread_attr_destroy(&attributes);
-    if (failed != 0)
-        work();
-    else
-        pthread_join(thread, nullptr);
+/// How much of some sources has been read, from 0 to 1; negative when unknown.
+double readShareOf(const std::vector<const SourceBox*>& sources) {
+    double sum = 0;
+    for (const SourceBox* const source : sources) {
+        const double share = source->readShare();
+        if (share < 0)
+            return -1;
+        sum += share;
+    }
+    return sources.empty() ? -1 : sum / double(sources.size());
+}
+
+/// The sources upstream of a box.
+std::vector<const SourceBox*> sourcesOf(const RunningBox& box) {
+    std::vector<const SourceBox*> sources;
+    std::vector<const RunningBox*> open = {&box};
+    std::unordered_set<const RunningBox*> seen = {&box};
+    while (!open.empty()) {
+        const RunningBox& next = *open.back();
+        open.pop_back();
+        if (const auto* const source = dynamic_cast<const SourceBox*>(next.action))
+            sources.push_back(source);
+        for (const Wire& wire : next.wires) {
+            if (wire.producer != nullptr && seen.insert(wire.producer).second)
+                open.push_back(wire.producer);
+        }
+    }
+    return sources;
 }
 
 /// A box without consumers, as the run drives it.
 struct Sink {
     RunningBox* box;
-    const OutputBox* output; ///< null for one whose rows are dropped
+    const OutputBox* output;               ///< null for one whose rows are dropped
+    std::vector<const SourceBox*> sources; ///< upstream of it
     std::atomic<qint64> rows{0};
 
     explicit Sink(RunningBox& running)
         : box(&running),
-          output(dynamic_cast<const OutputBox*>(running.action)) {}
+          output(dynamic_cast<const OutputBox*>(running.action)),
+          sources(sourcesOf(running)) {}
 
     void turn(const RunStatus& status) {
         qint64 taken = 0;
@@ -96,8 +105,8 @@ struct Run::State {
     RunContext context;
     Wiring wiring;
     std::vector<std::unique_ptr<Sink>> sinks;
-    std::vector<SourceBox*> sources;
-    std::vector<OutputBox*> outputs;
+    std::vector<const SourceBox*> sources;
+    std::vector<std::pair<ActionItem*, OutputKeeper*>> outputs;
 
     State(Graph& graph, MessageSink& sink, const RunOptions& options)
         : messages(sink, graph.parameters.runStatus),
@@ -106,10 +115,10 @@ struct Run::State {
         for (const auto& box : wiring.boxes()) {
             if (box->consumers == 0)
                 sinks.push_back(std::make_unique<Sink>(*box));
-            if (auto* const source = dynamic_cast<SourceBox*>(box->action))
+            if (const auto* const source = dynamic_cast<const SourceBox*>(box->action))
                 sources.push_back(source);
-            if (auto* const output = dynamic_cast<OutputBox*>(box->action))
-                outputs.push_back(output);
+            if (auto* const output = dynamic_cast<OutputKeeper*>(box->action))
+                outputs.emplace_back(box->action, output);
         }
     }
 
@@ -127,10 +136,10 @@ struct Run::State {
     }
 
     /// Calls an operation of every output, as long as it succeeds.
-    bool forEachOutput(bool (OutputBox::*operation)()) {
-        for (OutputBox* const output : outputs) {
+    bool forEachOutput(bool (OutputKeeper::*operation)()) {
+        for (const auto& [box, output] : outputs) {
             bool succeeded = false;
-            runGuarded(context, *output, [&] { succeeded = (output->*operation)(); });
+            runGuarded(context, *box, [&, keeper = output] { succeeded = (keeper->*operation)(); });
             if (!succeeded)
                 return false;
         }
@@ -150,7 +159,7 @@ Run::~Run() = default;
 
 RunOutcome Run::execute() {
     RunStatus& status = graph_.parameters.runStatus;
-    runWithStack(stackBytes + stackBytesPerBox * graph_.boxes().size(), [&] {
+    runWithStack(graph_.boxes().size(), [&] {
         const RunContextScope scope(&state_->context);
         if (state_->wiring.begin())
             state_->serveSinks(status);
@@ -158,8 +167,8 @@ RunOutcome Run::execute() {
                                         [](const auto& box) { return box->actionFailed; });
         // Every output is whole before the first one is put in its place.
         if (failed || status != RunStatus::Running ||
-            !state_->forEachOutput(&OutputBox::finishOutput) || status != RunStatus::Running ||
-            !state_->forEachOutput(&OutputBox::commitOutput)) {
+            !state_->forEachOutput(&OutputKeeper::finishOutput) || status != RunStatus::Running ||
+            !state_->forEachOutput(&OutputKeeper::commitOutput)) {
             status.endAs(RunStatus::Failed);
             removeTemporaryFiles();
         }
@@ -171,94 +180,26 @@ RunOutcome Run::execute() {
 }
 
 void Run::removeTemporaryFiles() {
-    for (OutputBox* const output : state_->outputs)
+    for (const auto& [box, output] : state_->outputs)
         output->discardOutput();
 }
 
 std::vector<SinkProgress> Run::sinks() const {
     std::vector<SinkProgress> progress;
-    for (const auto& sink : state_->sinks)
-        progress.push_back(
-            {boxTitle(*sink->box->action), sink->rows.load(std::memory_order_relaxed)});
+    for (const auto& sink : state_->sinks) {
+        const ActionItem& action = *sink->box->action;
+        progress.push_back({boxTitle(action), action.boxId, QString::fromUtf8(action.actionName()),
+                            sink->rows.load(std::memory_order_relaxed),
+                            readShareOf(sink->sources)});
+    }
     return progress;
 }
 
 double Run::completion() const {
-    double sum = 0;
-    for (const SourceBox* const source : state_->sources) {
-        const double share = source->readShare();
-        if (share < 0)
-            return -1;
-        sum += share;
-    }
-    return state_->sources.empty() ? -1 : sum / double(state_->sources.size());
+    return readShareOf(state_->sources);
 }
 
 namespace {
-
-/// The boxes that lie upstream of `target`, itself among them, and whether each has to run in full:
-/// those that feed a pin whose whole table decides on the columns.
-struct Upstream {
-    std::vector<bool> included;
-    std::vector<bool> full;
-
-    Upstream(const Graph& graph, int target)
-        : included(graph.boxes().size(), false),
-          full(graph.boxes().size(), false) {
-        std::vector<std::vector<const Link*>> inputs(graph.boxes().size());
-        for (const Link& link : graph.links())
-            inputs[static_cast<size_t>(link.to)].push_back(&link);
-        included[static_cast<size_t>(target)] = true;
-        std::vector<int> open = {target};
-        while (!open.empty()) {
-            const auto box = static_cast<size_t>(open.back());
-            open.pop_back();
-            for (const Link* const link : inputs[box]) {
-                const auto from = static_cast<size_t>(link->from);
-                const bool whole = full[box] || graph.boxes()[box]->needsFullTable(link->in);
-                if (included[from] && (full[from] || !whole))
-                    continue;
-                included[from] = true;
-                full[from] = full[from] || whole;
-                open.push_back(link->from);
-            }
-        }
-    }
-};
-
-/// The part of a graph that Upstream chose, with instances of its own.
-struct PartOfGraph {
-    Graph graph;
-    std::vector<bool> full;
-    int target = -1;
-    QString error;
-
-    PartOfGraph(const Graph& whole, int box) {
-        for (const auto& [name, value] : whole.parameters.parameters())
-            graph.parameters.set(name, value);
-        graph.parameters.setGraphFolder(whole.parameters.graphFolder());
-        graph.parameters.fileVersion = whole.parameters.fileVersion;
-        const Upstream upstream(whole, box);
-        std::vector<int> place(whole.boxes().size(), -1);
-        for (size_t i = 0; i < whole.boxes().size(); ++i) {
-            if (!upstream.included[i])
-                continue;
-            std::unique_ptr<ActionItem> copy(whole.boxes()[i]->clone(&graph.parameters));
-            if (!copy) {
-                error = boxTitle(*whole.boxes()[i]) + QLatin1String(": can't be copied");
-                return;
-            }
-            place[i] = graph.addBox(std::move(copy));
-            full.push_back(upstream.full[i]);
-        }
-        for (const Link& link : whole.links()) {
-            const int to = place[static_cast<size_t>(link.to)];
-            if (to >= 0)
-                graph.addLink({place[static_cast<size_t>(link.from)], link.out, to, link.in});
-        }
-        target = place[static_cast<size_t>(box)];
-    }
-};
 
 /// Keeps the first error, for the answer.
 class FirstError : public MessageSink {
@@ -275,13 +216,13 @@ public:
 PinColumns columnsOfPin(const Graph& graph, int box, int pin) {
     PinColumns result;
     FirstError messages;
-    PartOfGraph part(graph, box);
+    GraphPart part(graph, box, PartKind::Columns);
     if (!part.error.isEmpty()) {
         result.error = part.error;
         return result;
     }
     const RunOptions options;
-    runWithStack(stackBytes + stackBytesPerBox * part.graph.boxes().size(), [&] {
+    runWithStack(part.graph.boxes().size(), [&] {
         RunContext context{&messages, nullptr};
         const RunContextScope scope(&context);
         Wiring wiring(part.graph, context, options, part.full);

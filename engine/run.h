@@ -18,6 +18,9 @@ struct RunOptions {
     qint64 spoolBlock = 256 << 10;
     QString temporaryFolder; ///< empty: the system's
 
+    /// For tests: bytes that a sort may hold in memory, whatever its box says; 0: what it says.
+    qint64 sortMemory = 0;
+
     /// For tests: a spool on every wire, also where the producer's row could be handed on as it is.
     bool spoolEveryWire = false;
 
@@ -30,7 +33,10 @@ enum class RunOutcome { Done, Failed, Cancelled };
 /// What a monitor may read of a sink while the run goes on.
 struct SinkProgress {
     QString title;
+    QString boxId;
+    QString boxName; ///< the Action's name
     qint64 rows = 0;
+    double share = -1; ///< of what its sources hold, from 0 to 1; negative when unknown
 };
 
 class Run {

@@ -4,7 +4,7 @@
 /// One thread at a time.
 #pragma once
 
-#include <QtCore/QString>
+#include "engine/temporary_file.h"
 
 #include <map>
 #include <vector>
@@ -15,9 +15,6 @@ class SpoolStore {
 public:
     /// `folder` is where the temporary file goes; empty: the system's folder for such files.
     SpoolStore(qint64 memoryLimit, qint64 fileLimit, const QString& folder);
-    ~SpoolStore();
-    SpoolStore(const SpoolStore&) = delete;
-    SpoolStore& operator=(const SpoolStore&) = delete;
 
     /// Whether `bytes` more may be held in memory; if so they count until `release`.
     bool reserve(qint64 bytes);
@@ -29,7 +26,9 @@ public:
     qint64 write(const uchar* bytes, qint64 size, qint64 room, QString* error);
 
     /// Reads a block back. False with `error` set.
-    bool read(qint64 place, uchar* bytes, qint64 size, QString* error) const;
+    bool read(qint64 place, uchar* bytes, qint64 size, QString* error) const {
+        return file_.read(place, bytes, size, error);
+    }
 
     /// Gives the place of a block in the file back for reuse.
     void free(qint64 place, qint64 room) { free_[room].push_back(place); }
@@ -38,13 +37,10 @@ public:
     qint64 fileSize() const { return end_; }
 
 private:
-    bool openFile(QString* error);
-
     qint64 memoryLimit_;
     qint64 fileLimit_;
-    QString folder_;
     qint64 memory_ = 0;
-    int file_ = -1;
+    TemporaryFile file_;
     qint64 end_ = 0;
     std::map<qint64, std::vector<qint64>> free_; ///< places by their room
 };

@@ -194,9 +194,26 @@ QString applyTypes(const QString& types, PinOutMetaData* shape) {
     });
 }
 
-QString applySorted(const QString& sorted, PinOutMetaData* shape) {
+QString typesText(const PinOutMetaData& shape) {
+    QStringList entries;
+    for (int i = 0; i < shape.names.size(); ++i) {
+        const qint32 type = shape.types[i].type;
+        const bool number = type == MetaTypeKey || type == MetaTypeFloat;
+        // A text in front of a number of the same name is named, so that each gets its own.
+        const bool again = std::count(shape.names.begin(), shape.names.end(), shape.names[i]) > 1;
+        if (!number && !again)
+            continue;
+        QString entry = shape.names[i] + u':' + QChar(number ? type : qint32(MetaTypeText));
+        if (entry.contains(u',') || entry.contains(u'"'))
+            entry = u'"' + entry.replace(u'"', QLatin1String("\"\"")) + u'"';
+        entries.push_back(entry);
+    }
+    return entries.join(u',');
+}
+
+QString applySorted(const QString& sorted, PinOutMetaData* shape, const char* setting) {
     QVector<SortInfos> order;
-    const QString problem = forEachEntry(sorted, "sorted", *shape, [&](const Entry& entry) {
+    const QString problem = forEachEntry(sorted, setting, *shape, [&](const Entry& entry) {
         const QStringView letter = entry.setting;
         const bool text = letter == u"A" || letter == u"Z";
         if (!text && letter != u"0" && letter != u"9")

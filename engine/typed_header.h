@@ -27,7 +27,11 @@ QVector<QString> typedHeader(const PinOutMetaData& shape);
 /// name.
 QString applyTypes(const QString& types, PinOutMetaData* shape);
 
-/// Sets the order that a list declares in place of the one that the shape has.
-QString applySorted(const QString& sorted, PinOutMetaData* shape);
+/// The list that applyTypes takes for the columns that aren't text; empty when all are.
+QString typesText(const PinOutMetaData& shape);
+
+/// Sets the order that a list declares in place of the one that the shape has. `setting` is what
+/// problems call the list.
+QString applySorted(const QString& sorted, PinOutMetaData* shape, const char* setting = "sorted");
 
 } // namespace velmorra

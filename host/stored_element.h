@@ -156,6 +156,13 @@ public:
         return *this;
     }
 
+    /// What an example on the command line says behind the Action's name, where settings alone,
+    /// made from the declaration, wouldn't run; the input and output of pin 0 are added.
+    StoredElement& exampleWords(const char* words) {
+        exampleWords_ = words;
+        return *this;
+    }
+
     /// The list whose entries are the element's own children. At most one, and no children then.
     template <auto Member>
     StoredElement& list(const char* name, const char* meaning, StoredLayout layout = {}) {
@@ -183,6 +190,7 @@ public:
     // What was declared.
 
     const std::vector<StoredAttribute>& attributes() const { return attributes_; }
+    const char* exampleWords() const { return exampleWords_; } ///< null when none were given
     const std::optional<StoredList>& ownList() const { return list_; }
     const std::vector<Child>& children() const { return children_; }
     const Records* ownRecords() const { return records_.get(); }
@@ -258,6 +266,7 @@ private:
     void checkRecords(const XMLNode& node, QVector<StoredProblem>& problems) const;
 
     double version_;
+    const char* exampleWords_ = nullptr;
     AnyFunction versionOf_ = nullptr;
     double (*callVersion_)(AnyFunction, const ActionItem&) = nullptr;
     std::vector<StoredAttribute> attributes_;

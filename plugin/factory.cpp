@@ -1,6 +1,10 @@
 #include "plugin/factory.h"
 
 #include "actions/aggregate/accumulator.h"
+#include "actions/join/filter_on_key.h"
+#include "actions/join/in_memory_join.h"
+#include "actions/join/interval_join.h"
+#include "actions/join/multi_join.h"
 #include "actions/shape/append.h"
 #include "actions/shape/column_rename.h"
 #include "actions/shape/flatten.h"
@@ -29,7 +33,8 @@ constexpr Registration registered() {
 constexpr Registration registrations[] = {
     registered<SelectColumns>(), registered<Flatten>(),      registered<Unflatten>(),
     registered<InsertKey>(),     registered<ColumnRename>(), registered<Append>(),
-    registered<Split>(),         registered<Accumulator>(),
+    registered<MultiJoin>(),     registered<FilterOnKey>(),  registered<IntervalJoin>(),
+    registered<Split>(),         registered<InMemoryJoin>(), registered<Accumulator>(),
 };
 
 constexpr bool comesBefore(const Registration& a, const Registration& b) {

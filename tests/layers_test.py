@@ -20,7 +20,7 @@ LAYERS = {
     "forms": PLUGIN,
     "engine": {"engine", "host"},
     "apps": {"apps", "engine", "host"},
-    "bench": {"bench", "engine", "host"},
+    "bench": {"bench", "engine", "host", "rows"},
 }
 
 # Folders that use QtCore only, but for the sources and headers named (without ending), and those

@@ -74,7 +74,8 @@ def shown_cases(name):
             kinds = [title[0] for title, _ in case.sections]
             rows = max((body.count("\n") for _, body in case.sections), default=0)
             outs = [title for title, _ in case.all("out")]
-            plain = kinds.count("element") == 1 and "log" not in kinds and "fails" not in kinds
+            readable = all(body.replace("\n", "").isprintable() for _, body in case.sections)
+            plain = readable and kinds.count("element") == 1 and "log" not in kinds and "fails" not in kinds
             if plain and "in" in kinds and outs and ["nothing"] not in [o[2:] for o in outs]:
                 if rows <= MOST_ROWS:
                     chosen.append(case)
@@ -138,7 +139,7 @@ def main():
     arguments = parser.parse_args()
     folder = ROOT / "docs" / "actions"
     wanted = pages(str(Path(arguments.program).resolve()))
-    stored = {path.name: path.read_text() for path in folder.glob("*.md")}
+    stored = {path.name: path.read_bytes().decode() for path in folder.glob("*.md")}
     different = sorted(n for n in {*wanted, *stored} if wanted.get(n) != stored.get(n))
     if arguments.check:
         for name in different:
@@ -147,7 +148,7 @@ def main():
     folder.mkdir(parents=True, exist_ok=True)
     for name in different:
         if name in wanted:
-            (folder / name).write_text(wanted[name])
+            (folder / name).write_bytes(wanted[name].encode())
         else:
             (folder / name).unlink()
     print(f"{len(different)} of {len(wanted)} pages written")

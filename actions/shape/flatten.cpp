@@ -69,6 +69,7 @@ QChar letterOf(const MetaInfo& type) {
 const StoredElement& Flatten::declaration() {
     static const StoredElement element =
         StoredElement(2.08)
+            .exampleWords("Flatten category=a ToTranspose=b --in 1=names.csv")
             .versionBy<Flatten>([](const Flatten& action) {
                 if (action.outputFullyDefinedOnly == GroupsWithAnyCategory)
                     return 3.5;

@@ -19,6 +19,8 @@ const StoredElement& Unflatten::declaration() {
     using Set = UnflattenSet;
     static const StoredElement element =
         StoredElement(2.08)
+            .exampleWords("\"<Unflatten><common><s>a</s></common>"
+                          "<sets><set name='b'><s>b</s></set></sets></Unflatten>\"")
             .boolean<&Unflatten::addSetName>("addSetName", true, Written::WhenNotDefault,
                                              "1: a column behind those of the set holds its name")
             .boolean<&Unflatten::checkSort>("checkSort", true, Written::WhenNotDefault,
@@ -171,15 +173,16 @@ bool Unflatten::checkSets() {
     for (const RunSet& set : runSets_)
         ++uses[{set.name.isNull(), set.name}];
     const qsizetype size = runSets_.front().columns.size();
-    for (auto set = runSets_.rbegin(); set != runSets_.rend(); ++set) {
-        if (set->columns.size() != size)
-            return !fail(QLatin1String("ERROR: The set '") + set->name +
+    for (size_t i = runSets_.size(); i-- > 0;) {
+        const RunSet& set = runSets_[i];
+        if (set.columns.size() != size)
+            return !fail(QLatin1String("ERROR: The set '") + set.name +
                          QStringLiteral("' has not the right size (%1): it should contain exactly "
                                         "%2 columns.\n")
-                             .arg(set->columns.size())
+                             .arg(set.columns.size())
                              .arg(size));
-        if (uses.value({set->name.isNull(), set->name}) > 1)
-            return !fail(QLatin1String("ERROR: The same setName '") + set->name +
+        if (uses.value({set.name.isNull(), set.name}) > 1)
+            return !fail(QLatin1String("ERROR: The same setName '") + set.name +
                          QLatin1String("' is used in 2 different sets"));
     }
     return true;

@@ -1,6 +1,8 @@
 // One walk over the declaration for the page, one for the JSON, and the example.
 #include "action_page.h"
 
+#include "aligned_lines.h"
+
 #include <QtCore/QJsonArray>
 
 #include <algorithm>
@@ -33,45 +35,6 @@ QString fallbackText(const StoredAttribute& attribute) {
     const bool isText =
         attribute.kind == StoredKind::Text || attribute.kind == StoredKind::Character;
     return isText ? QLatin1Char('"') + fallback + QLatin1Char('"') : fallback;
-}
-
-constexpr qsizetype pageWidth = 96;
-constexpr qsizetype narrowestText = 40;
-
-/// A text in lines of at most `width` characters where its words allow that, each but the first
-/// indented.
-QString wrapped(const QString& text, qsizetype width, qsizetype indent) {
-    QString result;
-    qsizetype lineStart = 0;
-    for (const QString& word : text.split(u' ')) {
-        if (result.size() - lineStart + word.size() + 1 > width && result.size() > lineStart) {
-            result += QLatin1Char('\n') + QString(indent, u' ');
-            lineStart = result.size();
-        } else if (result.size() > lineStart) {
-            result += u' ';
-        }
-        result += word;
-    }
-    return result;
-}
-
-/// Lines of cells, each column as wide as its widest cell, indented; the last column is wrapped.
-QByteArray alignedLines(const QVector<QStringList>& lines, int indent) {
-    QVector<qsizetype> widths;
-    for (const QStringList& cells : lines) {
-        widths.resize(std::max(widths.size(), cells.size()));
-        for (qsizetype i = 0; i < cells.size(); ++i)
-            widths[i] = std::max(widths[i], cells[i].size());
-    }
-    QString text;
-    for (const QStringList& cells : lines) {
-        QString line(indent, u' ');
-        for (qsizetype i = 0; i + 1 < cells.size(); ++i)
-            line += cells[i].leftJustified(widths[i] + 2);
-        const qsizetype width = std::max(pageWidth - line.size(), narrowestText);
-        text += line + wrapped(cells.back(), width, line.size()) + QLatin1Char('\n');
-    }
-    return text.toUtf8();
 }
 
 QVector<QStringList> attributeLines(const StoredElement& declaration) {
@@ -136,20 +99,47 @@ QJsonObject elementJson(const StoredElement& declaration) {
 }
 
 /// One child element with what it always has.
-QByteArray exampleWithRecord(const ActionItem& action, const StoredElement::Records& records) {
-    const QByteArray name = action.actionName();
-    QByteArray text = "velmorra apply \"<" + name + "><" + records.name;
+QString exampleWithRecord(const ActionItem& action, const StoredElement::Records& records) {
+    const QLatin1String name(action.actionName());
+    QString text = QLatin1String("velmorra apply \"<") + name + QLatin1String("><") +
+                   QLatin1String(records.name);
     for (const StoredAttribute& attribute : records.record.attributes()) {
         if (attribute.written == Written::Always)
-            text += QByteArray(" ") + attribute.name + "='" +
-                    (attribute.kind == StoredKind::Text ? QByteArray("a")
-                                                        : attribute.fallback.toUtf8()) +
-                    '\'';
+            text += QStringLiteral(" %1='%2'")
+                        .arg(QLatin1String(attribute.name), attribute.kind == StoredKind::Text
+                                                                ? QStringLiteral("a")
+                                                                : attribute.fallback);
     }
-    text += "/></" + name + ">\"";
+    text += QLatin1String("/></") + name + QLatin1String(">\"");
     for (int pin = 0; pin < action.nPinIn; ++pin)
-        text += " --in " + QByteArray::number(pin) + "=in" + QByteArray::number(pin) + ".csv";
-    return text + " --out out.csv";
+        text += QStringLiteral(" --in %1=in%1.csv").arg(pin);
+    return text + QLatin1String(" --out out.csv");
+}
+
+/// What an example writes for a text: a column's name, unless the attribute's name says otherwise.
+const char* exampleValue(std::string_view attribute) {
+    if (attribute == "file")
+        return "table.csv";
+    return attribute == "by" ? "a:A" : "a";
+}
+
+/// The settings that the Action can't do without, each with a blank in front.
+QString exampleSettings(const StoredElement& declaration) {
+    QString text;
+    for (const StoredAttribute& attribute : declaration.attributes()) {
+        if (attribute.kind != StoredKind::Text || attribute.written != Written::Always ||
+            !fallbackOf(attribute).isEmpty())
+            continue;
+        text += QLatin1Char(' ') + QLatin1String(attribute.name) + QLatin1Char('=') +
+                QLatin1String(exampleValue(attribute.name));
+    }
+    if (const auto& list = declaration.ownList())
+        text += QLatin1Char(' ') + QLatin1String(list->name) + QLatin1String("=a,b");
+    for (const StoredElement::Child& child : declaration.children()) {
+        if (child.element.ownList() && child.element.attributes().empty())
+            text += QLatin1Char(' ') + QLatin1String(child.name) + QLatin1String("=a,b");
+    }
+    return text;
 }
 
 } // namespace
@@ -163,22 +153,13 @@ QString categoryTitle(const QString& category) {
 }
 
 QString exampleCommand(const ActionItem& action) {
-    QString text = QLatin1String("velmorra apply ") + QLatin1String(action.actionName());
-    const StoredElement& declaration = action.storedElement();
-    for (const StoredAttribute& attribute : declaration.attributes()) {
-        if (attribute.kind != StoredKind::Text || attribute.written != Written::Always ||
-            !fallbackOf(attribute).isEmpty())
-            continue;
-        const bool isFile = std::string_view(attribute.name) == "file";
-        text += QLatin1Char(' ') + QLatin1String(attribute.name) +
-                QLatin1String(isFile ? "=table.csv" : "=a");
-    }
-    if (const auto& list = declaration.ownList())
-        text += QLatin1Char(' ') + QLatin1String(list->name) + QLatin1String("=a,b");
-    for (const StoredElement::Child& child : declaration.children()) {
-        if (child.element.ownList() && child.element.attributes().empty())
-            text += QLatin1Char(' ') + QLatin1String(child.name) + QLatin1String("=a,b");
-    }
+    if (const auto* const records = action.storedElement().ownRecords())
+        return exampleWithRecord(action, *records);
+    const char* const given = action.storedElement().exampleWords();
+    QString text = QLatin1String("velmorra apply ") +
+                   (given != nullptr ? QString::fromUtf8(given)
+                                     : QLatin1String(action.actionName()) +
+                                           exampleSettings(action.storedElement()));
     if (action.nPinIn > 0)
         text += QLatin1String(" --in in.csv");
     if (action.nPinOut > 0)
@@ -214,7 +195,6 @@ QByteArray actionPage(const ActionItem& action) {
                 alignedLines(attributeLines(records->record), 2);
         if (const auto& list = records->record.ownList())
             page += QByteArray("  with a list of ") + list->name + ": " + list->meaning + '\n';
-        return page + "\nExample\n  " + exampleWithRecord(action, *records) + '\n';
     }
     return page + "\nExample\n  " + exampleCommand(action).toUtf8() + '\n';
 }

@@ -1,6 +1,9 @@
 // CLI11 reads the words; unknown ones are left over and get their nearest known name here.
 #include "command_line.h"
 
+#include "completion.h"
+#include "manual.h"
+
 #include "host/nearest_name.h"
 
 #include <CLI/CLI.hpp>
@@ -34,6 +37,7 @@ namespace {
 
 const char* const examples = R"(Examples:
   velmorra apply SelectColumns columns=id,name --in people.csv --out names.csv
+  velmorra check graph.vgraph
   velmorra run graph.vgraph --set year=2024
   velmorra action SelectColumns
 
@@ -84,6 +88,16 @@ QString parseErrorText(const CLI::ParseError& error) {
     return text;
 }
 
+/// Answers a shell: `velmorra complete -- WORDS`.
+ExitStatus complete(const CLI::App& program, const std::vector<std::string>& words) {
+    if (words.empty() || words.front() != "--")
+        return wrongUsage(QStringLiteral("complete needs -- and the words typed so far"));
+    QByteArray answer;
+    for (const QString& candidate : completions(program, textsOf(words).mid(1)))
+        answer += candidate.toLocal8Bit() + '\n';
+    return writeAnswer(answer);
+}
+
 } // namespace
 
 ExitStatus runCommandLine(int argc, char** argv,
@@ -100,6 +114,11 @@ ExitStatus runCommandLine(int argc, char** argv,
         app.allow_extras();
         command->declare(app);
     }
+    const std::string_view first = argc > 1 ? argv[1] : "";
+    if (first == "manual")
+        return writeAnswer(manualPage(program));
+    if (first == "complete")
+        return complete(program, {argv + 2, argv + argc});
     try {
         program.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {

@@ -2,7 +2,10 @@
 #include "action_command.h"
 #include "actions_command.h"
 #include "apply_command.h"
+#include "check_command.h"
+#include "columns_command.h"
 #include "command_line.h"
+#include "preview_command.h"
 #include "run_command.h"
 
 #include <QtCore/QCoreApplication>
@@ -15,6 +18,9 @@ int main(int argc, char** argv) {
     std::vector<std::unique_ptr<Command>> commands;
     commands.push_back(std::make_unique<RunCommand>());
     commands.push_back(std::make_unique<ApplyCommand>());
+    commands.push_back(std::make_unique<CheckCommand>());
+    commands.push_back(std::make_unique<ColumnsCommand>());
+    commands.push_back(std::make_unique<PreviewCommand>());
     commands.push_back(std::make_unique<ActionsCommand>());
     commands.push_back(std::make_unique<ActionCommand>());
     return static_cast<int>(runCommandLine(argc, argv, commands));

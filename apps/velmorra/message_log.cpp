@@ -23,25 +23,32 @@ void MessageLog::take(const Message& message) {
 bool MessageLog::takeProblems(const QVector<velmorra::GraphProblem>& problems) {
     bool hasError = false;
     for (const velmorra::GraphProblem& problem : problems) {
-        take({problem.isError ? 1 : 2, problem.text, {}, {}});
+        // There may be no graph yet in which the box could be looked up: its title is in the text.
+        const int level = problem.isError ? 1 : 2;
+        if (format_ == LogFormat::Json)
+            take({level, problem.ownText(), problem.boxId, problem.boxName});
+        else
+            take({level, problem.text, {}, {}});
         hasError |= problem.isError;
     }
     return hasError;
 }
 
-void MessageLog::showProgress(const QString& line) {
+void MessageLog::showProgress(const QStringList& lines) {
     const std::lock_guard lock(mutex_);
-    const QByteArray drawn = line.toUtf8();
-    if (drawn.isEmpty() && progress_.isEmpty())
+    if (lines.isEmpty() && progress_.isEmpty())
         return;
-    progress_ = drawn;
-    writeError(eraseLine + progress_);
+    const QByteArray erasure = progress_.isEmpty() ? eraseLine : erasure_;
+    progress_ = lines.join(u'\n').toUtf8();
+    erasure_ =
+        lines.size() < 2 ? eraseLine : "\r\x1b[" + QByteArray::number(lines.size() - 1) + "A\x1b[J";
+    writeError(erasure + progress_);
 }
 
 void MessageLog::abandonProgress() {
     const std::unique_lock lock(mutex_, std::try_to_lock);
     if (lock.owns_lock() && !progress_.isEmpty())
-        writeError(eraseLine);
+        writeError(erasure_);
 }
 
 void MessageLog::writeLine(const QByteArray& line) {
@@ -49,25 +56,36 @@ void MessageLog::writeLine(const QByteArray& line) {
     if (progress_.isEmpty())
         writeError(line + '\n');
     else
-        writeError(eraseLine + line + '\n' + progress_);
+        writeError(erasure_ + line + '\n' + progress_);
+}
+
+const ActionItem* MessageLog::boxOf(const Message& message) const {
+    const int place = graph_ == nullptr ? -1 : graph_->indexOfBox(message.boxId);
+    return place < 0 ? nullptr : graph_->boxes()[static_cast<size_t>(place)].get();
 }
 
 QByteArray MessageLog::boxTitleOf(const Message& message) const {
-    const int place = graph_ == nullptr ? -1 : graph_->indexOfBox(message.boxId);
-    if (place >= 0)
-        return velmorra::boxTitle(*graph_->boxes()[static_cast<size_t>(place)]).toUtf8();
+    if (const ActionItem* const box = boxOf(message))
+        return velmorra::boxTitle(*box).toUtf8();
     return "box " + message.boxId.toUtf8() + " (" + message.boxName.toUtf8() + ')';
+}
+
+QByteArray MessageLog::jsonOf(const Message& message, const QString& text) const {
+    QByteArray json = R"({"level":)" + QByteArray::number(message.level) + R"(,"box":)" +
+                      jsonText(message.boxId) + R"(,"action":)" + jsonText(message.boxName);
+    const ActionItem* const box = boxOf(message);
+    if (box != nullptr && !box->label.isEmpty())
+        json += R"(,"label":)" + jsonText(box->label);
+    return json + R"(,"text":)" + jsonText(text) + '}';
 }
 
 QByteArray MessageLog::formatted(const Message& message) const {
     QString text = message.text;
     if (text.endsWith(u'\n'))
         text.chop(1);
-    const QByteArray level = QByteArray::number(message.level);
     if (format_ == LogFormat::Json)
-        return R"({"level":)" + level + R"(,"box":)" + jsonText(message.boxId) + R"(,"action":)" +
-               jsonText(message.boxName) + R"(,"text":)" + jsonText(text) + '}';
-    QByteArray line = '[' + level + "] ";
+        return jsonOf(message, text);
+    QByteArray line = '[' + QByteArray::number(message.level) + "] ";
     if (!message.boxId.isEmpty() || !message.boxName.isEmpty())
         line += boxTitleOf(message) + ": ";
     return line + text.toUtf8();

@@ -8,8 +8,8 @@
 
 enum class LogFormat { Text, Json };
 
-/// Writes each message as one text, `[1] box 3 (Join): ERROR: ...`, or as one line of JSON. A line
-/// of progress stands below the messages and is redrawn in place. Callable from any thread.
+/// Writes each message as one text, `[1] box 3 (Join): ERROR: ...`, or as one line of JSON. Lines
+/// of progress stand below the messages and are redrawn in place. Callable from any thread.
 class MessageLog : public MessageSink {
 public:
     void setFormat(LogFormat format) { format_ = format; }
@@ -22,10 +22,11 @@ public:
     /// What is wrong with a graph or an element, as messages. True when there was an error.
     bool takeProblems(const QVector<velmorra::GraphProblem>& problems);
 
-    /// Draws the line over the earlier one; an empty text removes it.
-    void showProgress(const QString& line);
+    /// Draws the lines over the earlier ones; without lines removes these. None may be wider than
+    /// the terminal.
+    void showProgress(const QStringList& lines);
 
-    /// Removes the line of progress unless another thread is writing, for a program that is about
+    /// Removes the lines of progress unless another thread is writing, for a program that is about
     /// to end without waiting.
     void abandonProgress();
 
@@ -33,6 +34,8 @@ public:
     void writeLine(const QByteArray& line);
 
 private:
+    const ActionItem* boxOf(const Message& message) const;
+    QByteArray jsonOf(const Message& message, const QString& text) const;
     QByteArray boxTitleOf(const Message& message) const;
     QByteArray formatted(const Message& message) const;
 
@@ -40,4 +43,5 @@ private:
     LogFormat format_ = LogFormat::Text;
     const velmorra::Graph* graph_ = nullptr;
     QByteArray progress_; ///< what is drawn now
+    QByteArray erasure_;  ///< what takes it off again
 };

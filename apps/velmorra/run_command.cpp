@@ -1,9 +1,9 @@
 // Unknown attributes are warnings here: a graph written by a newer program still runs.
 #include "run_command.h"
 
+#include "graph_words.h"
 #include "run_monitor.h"
 
-#include "engine/graph_file.h"
 #include "host/main_ui.h"
 
 #include <CLI/CLI.hpp>
@@ -35,19 +35,9 @@ ExitStatus RunCommand::execute() {
     MessageLog log;
     log.setFormat(settings_.logFormat);
     const WindowlessMainUI ui(log);
-    velmorra::ActionCatalog catalog;
-    if (const QString error = catalog.load(); !error.isNull()) {
-        log.take({1, error, {}, {}});
-        return ExitStatus::NotLoadable;
-    }
-    velmorra::GraphLoad load = velmorra::loadGraph(textOf(graph_), catalog, settings_.parameters);
-    for (velmorra::GraphProblem& problem : load.problems) {
-        problem.isError |= settings_.strict;
-        if (load.graph == nullptr)
-            problem.text.prepend(textOf(graph_) + QLatin1String(": "));
-    }
-    log.takeProblems(load.problems);
-    if (!load.isRunnable())
-        return ExitStatus::NotLoadable;
-    return executeRun(*load.graph, log, settings_);
+    GraphFile file;
+    if (const ExitStatus status = loadGraphFile(graph_, settings_, log, file);
+        status != ExitStatus::Done)
+        return status;
+    return executeRun(*file.load.graph, log, settings_);
 }

@@ -9,6 +9,7 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -69,6 +70,15 @@ public:
 private:
     int descriptor_;
 };
+
+/// The lines that fit on the terminal now: a line that wraps couldn't be erased again.
+QStringList drawnLines(const Progress& progress) {
+    constexpr int mostLines = 8;
+    winsize size = {};
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0)
+        size = {24, 80, 0, 0};
+    return progressLines(progress, size.ws_col - 1, std::min<int>(mostLines, size.ws_row - 1));
+}
 
 class RunMonitor {
 public:
@@ -147,14 +157,13 @@ int RunMonitor::pollTimeout() const {
 
 void RunMonitor::draw() {
     Progress progress;
-    for (const velmorra::SinkProgress& sink : run_.sinks())
-        progress.rows += sink.rows;
     progress.seconds = std::chrono::duration<double>(Clock::now() - start_).count();
     progress.share = run_.completion();
+    progress.sinks = run_.sinks();
     if (isJson_)
         log_.writeLine(progressJson(progress));
     else if (isTerminal_)
-        log_.showProgress(progressText(progress));
+        log_.showProgress(drawnLines(progress));
     else
         log_.writeLine(progressText(progress).toUtf8());
 }

@@ -42,19 +42,24 @@ std::optional<qint64> numberBetween(const QString& text, qint64 lowest, qint64 h
     return number;
 }
 
-void RunSettings::declare(CLI::App& app) {
+void GraphSettings::declare(CLI::App& app) {
     addValues(app, "--set", parameterWords_, "NAME=VALUE",
               "sets a parameter, which wins over the graph's own");
-    addValue(app, "--threads", threadsWord_, "N",
-             "threads that the run may use (1; more bring nothing yet)");
-    addValue(app, "--progress", progressWord_, "WHEN",
-             "draw progress: auto (on a terminal), always or never");
-    addValue(app, "--log", logWord_, "FORMAT", "messages as text, or as json, a line each");
     app.add_flag("--strict", strict, "refuse unknown attributes");
 }
 
+void RunSettings::declare(CLI::App& app) {
+    GraphSettings::declare(app);
+    addValue(app, "--threads", threadsWord_, "N",
+             "threads that the run may use (1; more bring nothing yet)");
+    addValue(app, "--progress", progressWord_, "auto|always|never",
+             "draw progress; auto: on a terminal (auto)");
+    addValue(app, "--log", logWord_, "text|json",
+             "messages as text, or as JSON, a line each (text)");
+}
+
 QString RunSettings::read() {
-    QString error = readParameters();
+    QString error = GraphSettings::read();
     if (!threadsWord_.empty()) {
         if (const auto threads = numberBetween(textOf(threadsWord_), 1, maxThreads))
             runOptions.threads = static_cast<int>(*threads);
@@ -72,7 +77,7 @@ QString RunSettings::read() {
     return error;
 }
 
-QString RunSettings::readParameters() {
+QString GraphSettings::read() {
     for (const QString& word : textsOf(parameterWords_)) {
         const qsizetype equals = word.indexOf(u'=');
         if (equals < 1)

@@ -1,4 +1,4 @@
-/// The options that every run takes.
+/// The options that every run takes, and those of everything that loads a graph.
 #pragma once
 
 #include "command.h"
@@ -8,7 +8,8 @@
 
 enum class ProgressMode { Auto, Always, Never };
 
-class RunSettings {
+/// The options of everything that loads a graph.
+class GraphSettings {
 public:
     void declare(CLI::App& app);
 
@@ -16,15 +17,22 @@ public:
     QString read();
 
     QVector<std::pair<QString, QString>> parameters;
-    velmorra::RunOptions runOptions;
-    ProgressMode progress = ProgressMode::Auto;
-    LogFormat logFormat = LogFormat::Text;
     bool strict = false;
 
 private:
-    QString readParameters();
-
     std::vector<std::string> parameterWords_;
+};
+
+class RunSettings : public GraphSettings {
+public:
+    void declare(CLI::App& app);
+    QString read();
+
+    velmorra::RunOptions runOptions;
+    ProgressMode progress = ProgressMode::Auto;
+    LogFormat logFormat = LogFormat::Text;
+
+private:
     std::string threadsWord_;
     std::string progressWord_;
     std::string logWord_;

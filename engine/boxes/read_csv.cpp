@@ -1,5 +1,11 @@
 #include "engine/boxes/read_csv.h"
 
+#include "engine/csv/dialect.h"
+
+#include "host/main_ui.h"
+
+#include <QtCore/QFileInfo>
+
 #include <new>
 
 namespace velmorra {
@@ -21,12 +27,31 @@ const StoredElement& ReadCsv::declaration() {
             .boolean<&ReadCsv::header>("header", true, Written::WhenNotDefault,
                                        "the first line holds the columns' names; else they are "
                                        "named col1, col2, ...")
-            .text<&ReadCsv::types>("types", "", Written::WhenNotDefault,
-                                   "types of columns that aren't text, as id:K,x:F")
+            .text<&ReadCsv::types>(
+                "types", "", Written::WhenNotDefault,
+                "types of columns that aren't text, as id:K,x:F; auto: proposed by "
+                "the first rows")
             .boolean<&ReadCsv::typed>("typed", false, Written::WhenNotDefault,
                                       "the header's cells are name:TYPE or name:TYPE:SORT")
             .text<&ReadCsv::sorted>("sorted", "", Written::WhenNotDefault,
                                     "the order of the rows, as id:0,day:A; it is checked")
+            .text<&ReadCsv::delimiter>("delimiter", "comma", Written::WhenNotDefault,
+                                       "what parts the fields: comma, semicolon, tab, pipe, space, "
+                                       "colon, the character itself, or auto: proposed by the "
+                                       "first rows")
+            .text<&ReadCsv::quote>("quote", "double", Written::WhenNotDefault,
+                                   "what stands around fields: double, single, none, or the "
+                                   "character itself")
+            .text<&ReadCsv::decimal>("decimal", "point", Written::WhenNotDefault,
+                                     "the decimal sign of Float columns: point, comma or auto")
+            .text<&ReadCsv::commentPrefix>("commentPrefix", "", Written::WhenNotDefault,
+                                           "lines that begin with this text are passed over")
+            .text<&ReadCsv::encoding>("encoding", "utf-8", Written::WhenNotDefault,
+                                      "utf-8, windows-1252, utf-16 (with a byte order mark), "
+                                      "utf-16le, utf-16be or auto")
+            .text<&ReadCsv::rejects>("rejects", "", Written::WhenNotDefault,
+                                     "a file that takes the rows that can't be read, as they "
+                                     "stand; without it the first one ends the run")
             .longInteger<&ReadCsv::fieldLimit>("fieldLimit", CsvSettings::defaultFieldLimit,
                                                Written::WhenNotDefault,
                                                "most bytes that a field may have");
@@ -59,13 +84,98 @@ bool ReadCsv::beforeRun() {
     if (typed && !header)
         return fail(QStringLiteral("a typed table needs its header: typed='1' and header='0' "
                                    "exclude each other"));
+    const QString problem = resolveSettings();
+    if (!problem.isNull())
+        return fail(problem);
+    return !rejects.isEmpty() && !openRejects();
+}
+
+/// False when the run can't begin.
+bool ReadCsv::openRejects() {
+    settings_.rejects = &dropped_;
+    if (!mustComputeFull())
+        return true;
+    const QString path = expandFile(rejects);
+    const QString source = QFileInfo(expandFile(file)).canonicalFilePath();
+    if (!source.isEmpty() && source == QFileInfo(path).canonicalFilePath())
+        return !fail(QStringLiteral("rejects is the file that is read: '") + path + u'\'');
+    {
+        const std::lock_guard<std::mutex> guard(rejectsLock_);
+        rejectFile_ = std::make_unique<RejectFile>();
+    }
+    settings_.rejects = rejectFile_.get();
+    const bool opened = rejectFile_->open(path, [this] { return !isRunning(); });
+    if (!opened && !rejectFile_->failure().isNull())
+        fail(rejectFile_->failure());
+    return opened;
+}
+
+bool ReadCsv::finishOutput() {
+    if (rejectFile_ == nullptr)
+        return true;
+    if (!rejectFile_->finish()) {
+        if (!rejectFile_->failure().isNull())
+            fail(rejectFile_->failure());
+        return false;
+    }
+    const qint64 rows = rejectFile_->rows();
+    if (rows > 0) {
+        hasWarning = true;
+        MainUI::addLog(2, QString::number(rows) +
+                              (rows == 1 ? QStringLiteral(" row") : QStringLiteral(" rows")) +
+                              QStringLiteral(" went to the reject file '") + expandFile(rejects) +
+                              QStringLiteral("'; the first: ") + rejectFile_->firstProblem());
+    }
+    return true;
+}
+
+bool ReadCsv::commitOutput() {
+    if (rejectFile_ == nullptr || rejectFile_->commit())
+        return true;
+    fail(rejectFile_->failure());
     return false;
+}
+
+void ReadCsv::discardOutput() {
+    const std::lock_guard<std::mutex> guard(rejectsLock_);
+    if (rejectFile_ != nullptr)
+        rejectFile_->discard();
+}
+
+/// The settings that don't depend on the file; the problem, or a null string.
+QString ReadCsv::resolveSettings() {
+    settings_ = {};
+    CsvSettings& format = settings_.format;
+    format.fieldLimit = fieldLimit;
+    format.comment = expandString(commentPrefix).toUtf8();
+    settings_.header = header;
+    settings_.typed = typed;
+    settings_.types = expandString(types);
+    settings_.sorted = expandString(sorted);
+    const QString automatic = QStringLiteral("auto");
+    settings_.proposeDelimiter = expandString(delimiter) == automatic;
+    settings_.proposeDecimal = expandString(decimal) == automatic;
+    settings_.proposeEncoding = expandString(encoding) == automatic;
+    settings_.proposeTypes = settings_.types == automatic;
+    if (settings_.proposeTypes && typed)
+        return QStringLiteral("a typed table has its types: typed='1' and types='auto' exclude "
+                              "each other");
+    QString problem = parseQuote(expandString(quote), &format.quote);
+    if (problem.isNull() && !settings_.proposeDelimiter)
+        problem = parseDelimiter(expandString(delimiter), &format.delimiter);
+    if (problem.isNull() && !settings_.proposeDecimal)
+        problem = parseDecimal(expandString(decimal), &format.decimal);
+    if (problem.isNull() && !settings_.proposeEncoding)
+        problem = parseEncodingSetting(expandString(encoding), &format.encoding);
+    return problem.isNull() && !settings_.proposeDelimiter ? checkDialect(format) : problem;
 }
 
 bool ReadCsv::afterRun() {
     reader_.close();
     batch_ = {};
     row_ = 0;
+    const std::lock_guard<std::mutex> guard(rejectsLock_);
+    rejectFile_.reset();
     return false;
 }
 
@@ -74,14 +184,10 @@ double ReadCsv::readShare() const {
 }
 
 bool ReadCsv::firstStep() {
-    CsvTableSettings settings;
-    settings.format.fieldLimit = fieldLimit;
-    settings.header = header;
-    settings.typed = typed;
-    settings.types = expandString(types);
-    settings.sorted = expandString(sorted);
-    if (!reader_.open(expandFile(file), settings, [this] { return !isRunning(); }))
+    if (!reader_.open(expandFile(file), settings_, [this] { return !isRunning(); }))
         return reader_.problem().isNull() || fail(reader_.problem());
+    for (const QString& notice : reader_.notices())
+        MainUI::addLog(4, notice);
     output_ = getOutputRowForOutputPin(0);
     output_->setShape(reader_.shape());
     if (!wantedColumns.empty())

@@ -1,9 +1,13 @@
 #include "engine/boxes/write_csv.h"
 
+#include "engine/csv/dialect.h"
+#include "engine/csv/field_value.h"
+#include "engine/csv/transcode.h"
 #include "engine/run.h"
 #include "host/main_ui.h"
 
 #include <new>
+#include <utility>
 
 namespace velmorra {
 
@@ -29,6 +33,22 @@ const StoredElement& WriteCsv::declaration() {
                                         "the first line holds the columns' names")
             .boolean<&WriteCsv::typed>("typed", false, Written::WhenNotDefault,
                                        "the header's cells are name:TYPE or name:TYPE:SORT")
+            .text<&WriteCsv::delimiter>("delimiter", "comma", Written::WhenNotDefault,
+                                        "what parts the fields: comma, semicolon, tab, pipe, "
+                                        "space, colon, or the character itself")
+            .text<&WriteCsv::quoting>("quoting", "needed", Written::WhenNotDefault,
+                                      "the fields that stand in quotes: needed (those that must), "
+                                      "text (all texts) or all; a null never does")
+            .text<&WriteCsv::lineEnd>("lineEnd", "lf", Written::WhenNotDefault,
+                                      "what ends a line: lf or crlf")
+            .text<&WriteCsv::decimal>("decimal", "point", Written::WhenNotDefault,
+                                      "the decimal sign of Float columns: point or comma")
+            .text<&WriteCsv::encoding>("encoding", "utf-8", Written::WhenNotDefault,
+                                       "utf-8, utf-8-bom, windows-1252, utf-16 (with a byte order "
+                                       "mark), utf-16le or utf-16be")
+            .boolean<&WriteCsv::safe>("safe", false, Written::WhenNotDefault,
+                                      "texts that a spreadsheet would run as a formula get an "
+                                      "apostrophe in front")
             .longInteger<&WriteCsv::limit>("limit", -1, Written::WhenNotDefault,
                                            "most rows to write; -1 for all");
     return element;
@@ -51,7 +71,14 @@ void WriteCsv::rewindRun() {
 
 bool WriteCsv::beforeRun() {
     rows_ = 0;
-    formatter_ = CsvFormatter();
+    linesWritten_ = 0;
+    markWritten_ = false;
+    names_.clear();
+    CsvLayout layout;
+    const QString problem = resolveLayout(&layout);
+    if (!problem.isNull())
+        return fail(problem);
+    formatter_ = CsvFormatter(layout);
     const bool limited = runOptions != nullptr && runOptions->rowLimit >= 0;
     rowLimit_ = limited ? runOptions->rowLimit : limit;
     if (typed && !header)
@@ -69,7 +96,30 @@ bool WriteCsv::beforeRun() {
     return !opened;
 }
 
+/// The settings of the file's form; the problem, or a null string.
+QString WriteCsv::resolveLayout(CsvLayout* layout) {
+    const QString quotingWord = expandString(quoting);
+    const QString lineEndWord = expandString(lineEnd);
+    layout->safe = safe;
+    if (quotingWord == QLatin1String("text"))
+        layout->quoting = CsvQuoting::Text;
+    else if (quotingWord == QLatin1String("all"))
+        layout->quoting = CsvQuoting::All;
+    else if (quotingWord != QLatin1String("needed"))
+        return QStringLiteral("quoting is ") + shownValue(quotingWord) +
+               QStringLiteral("; it must be needed, text or all");
+    layout->returnFeed = lineEndWord == QLatin1String("crlf");
+    if (!layout->returnFeed && lineEndWord != QLatin1String("lf"))
+        return QStringLiteral("lineEnd is ") + shownValue(lineEndWord) +
+               QStringLiteral("; it must be lf or crlf");
+    QString problem = parseDelimiter(expandString(delimiter), &layout->delimiter);
+    if (problem.isNull())
+        problem = parseDecimal(expandString(decimal), &layout->decimal);
+    return problem.isNull() ? parseEncodingSetting(expandString(encoding), &encoding_) : problem;
+}
+
 void WriteCsv::start(const PinOutMetaData& shape) {
+    names_ = shape.names;
     formatter_.setColumns(shape);
     if (header)
         formatter_.writeHeader(shape, typed);
@@ -107,18 +157,53 @@ bool WriteCsv::takeRow(const OneRow& row) {
 
 /// False when the output takes no more, be it that its reader has enough.
 bool WriteCsv::flush() {
-    const bool written = output_->write(formatter_.bytes(), formatter_.size());
-    formatter_.clear();
+    const bool written = writeOut();
     if (!written && !output_->error().isNull())
         fail(output_->error());
     return written && !output_->readerGone();
 }
 
+/// Hands what has been formatted to the file. False when the run has failed, or the file has.
+bool WriteCsv::writeOut() {
+    if (encoding_ == TextEncoding::Utf8) {
+        const bool written = output_->write(formatter_.bytes(), formatter_.size());
+        formatter_.clear();
+        return written;
+    }
+    encoded_.clear();
+    if (formatter_.size() > 0 && !std::exchange(markWritten_, true))
+        encoded_ = byteOrderMarkOf(encoding_);
+    const qsizetype badAt = encodeText(encoding_, formatter_.bytes(), formatter_.size(), &encoded_);
+    if (badAt >= 0)
+        return !fail(unencodable(badAt));
+    if (encoding_ == TextEncoding::Windows1252)
+        linesWritten_ += formatter_.placeOf(formatter_.size()).line;
+    formatter_.clear();
+    return output_->write(encoded_.constData(), encoded_.size());
+}
+
+/// What is said of a character that the encoding doesn't have.
+QString WriteCsv::unencodable(qsizetype offset) const {
+    const uchar* const bytes = reinterpret_cast<const uchar*>(formatter_.bytes()) + offset;
+    int length = 0;
+    const char32_t character = characterAt(bytes, formatter_.size() - offset, &length);
+    const CsvPlace place = formatter_.placeOf(offset);
+    const qint64 row = linesWritten_ + place.line + (header ? 0 : 1);
+    QString text =
+        row == 0 ? QStringLiteral("header") : QStringLiteral("row ") + QString::number(row);
+    text += QStringLiteral(", column ") + QString::number(place.column + 1);
+    if (place.column < names_.size())
+        text += u' ' + shownValue(names_[place.column]);
+    return text + QStringLiteral(": the character ") + shownValue(bytes, length) +
+           QStringLiteral(" (U+") +
+           QString::number(character, 16).toUpper().rightJustified(4, u'0') +
+           QStringLiteral(") can't be written in ") + encodingName(encoding_);
+}
+
 bool WriteCsv::finishOutput() {
     if (output_ == nullptr)
         return true;
-    const bool finished =
-        output_->write(formatter_.bytes(), formatter_.size()) && output_->finish();
+    const bool finished = writeOut() && output_->finish();
     formatter_.clear();
     if (!finished && !output_->error().isNull())
         fail(output_->error());

@@ -4,12 +4,14 @@
 ///      7  Ann      -->                                  7,Ann
 ///      8  (null)                                        8,
 ///
-/// The file takes its place when the run has succeeded; a failed or cancelled run leaves what stood
-/// there. A table without rows gives its header alone, one without columns an empty file. Holds a
-/// buffer of rows.
+/// Delimiter, quoting, line ends, decimal sign and encoding can be set; `safe` keeps a spreadsheet
+/// from running cells as formulas. The file takes its place when the run has succeeded; a failed or
+/// cancelled run leaves what stood there. A table without rows gives its header alone, one without
+/// columns an empty file. Holds a buffer of rows.
 #pragma once
 
 #include "engine/csv/csv_formatter.h"
+#include "engine/csv/text_encoding.h"
 #include "engine/engine_box.h"
 #include "engine/output_file.h"
 
@@ -39,20 +41,34 @@ public:
     QString file;
     bool header = true;
     bool typed = false;
+    QString delimiter = QStringLiteral("comma");
+    QString quoting = QStringLiteral("needed");
+    QString lineEnd = QStringLiteral("lf");
+    QString decimal = QStringLiteral("point");
+    QString encoding = QStringLiteral("utf-8");
+    bool safe = false;
     qint64 limit = -1;
 
 private:
+    QString resolveLayout(CsvLayout* layout);
     bool firstStep();
     bool nextRow();
     bool takeRow(const OneRow& row);
     bool flush();
+    bool writeOut();
+    QString unencodable(qsizetype offset) const;
     void start(const PinOutMetaData& shape);
 
-    // Resolved by the first step.
+    // Resolved by beforeRun and the first step.
     qint64 rowLimit_ = -1;
+    TextEncoding encoding_ = TextEncoding::Utf8;
+    QVector<QString> names_;
 
     // Per row.
     CsvFormatter formatter_;
+    QByteArray encoded_;
+    qint64 linesWritten_ = 0; ///< lines of the table that have left the formatter
+    bool markWritten_ = false;
     std::atomic<qint64> rows_{0};
 
     std::mutex outputLock_; ///< guards the pointer against a discard from another thread

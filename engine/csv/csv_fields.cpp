@@ -16,10 +16,6 @@ QString number(qint64 value) {
     return QString::number(value);
 }
 
-QString hexByte(uchar byte) {
-    return QStringLiteral("0x") + QString::number(byte, 16).toUpper().rightJustified(2, u'0');
-}
-
 } // namespace
 
 std::pair<const uchar*, qsizetype> CsvParser::withoutDoubledQuotes(const uchar* bytes,
@@ -49,9 +45,8 @@ const uchar* CsvParser::textBeyondAscii(RowBatch& batch, qint64 line, const ucha
     if (decoded.badAt >= 0) {
         const qint64 feeds = std::count(bytes, bytes + decoded.badAt, '\n');
         failInField(batch, line + feeds,
-                    QStringLiteral("the byte ") + hexByte(bytes[decoded.badAt]) +
-                        QStringLiteral(" is not valid UTF-8, behind ") +
-                        shownValue(bytes, decoded.badAt));
+                    undecodable(settings_.encoding, bytes, size, decoded.badAt) +
+                        QStringLiteral(", behind ") + shownValue(bytes, decoded.badAt));
         return nullptr;
     }
     const int length = static_cast<int>(decoded.units) + 1;
@@ -77,14 +72,19 @@ const uchar* CsvParser::numberCell(RowBatch& batch, qint64 line, const uchar* by
             QStringLiteral("a Key (a whole number from 0 to ") + number(column.largestKey) + u')';
     } else {
         double value = 0;
-        if (readFloat(bytes, size, &value)) {
+        if (readFloat(bytes, size, settings_.decimal, &value)) {
             uchar* const cell = batch.arena.reserve(sizeof value);
             cell::storeFloat(cell, value);
             batch.arena.commit(cell + sizeof value);
             return cell;
         }
-        expected = QStringLiteral("a Float (a decimal number)");
+        expected = settings_.decimal == '.'
+                       ? QStringLiteral("a Float (a decimal number)")
+                       : QStringLiteral("a Float (a decimal number with a comma)");
     }
+    if (column.proposed)
+        expected += QStringLiteral("; types='auto' proposed the type: declare it, as ") +
+                    column.name + QStringLiteral(":U for text");
     failInField(batch, line, shownValue(bytes, size) + QStringLiteral(" is not ") + expected);
     return nullptr;
 }
@@ -129,11 +129,10 @@ bool CsvParser::convertFirstRow(RowBatch& batch) {
                               reinterpret_cast<const uchar*>(bytes.constData()), bytes.size());
         }
         if (cell == nullptr)
-            return false;
+            break;
         *nextCell_++ = cell;
     }
-    column_ = 0;
-    return true;
+    return std::exchange(column_, 0) == batch.columns;
 }
 
 bool CsvParser::fail(RowBatch& batch, qint64 line, const QString& what) {

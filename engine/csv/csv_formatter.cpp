@@ -1,29 +1,31 @@
 #include "engine/csv/csv_formatter.h"
 
+#include "engine/csv/field_value.h"
 #include "engine/csv/transcode.h"
 #include "engine/typed_header.h"
 #include "host/number_text.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 
 namespace velmorra {
 
 namespace {
 
-constexpr char delimiter = ',';
 constexpr char quote = '"';
 constexpr char32_t replacement = 0xFFFD;
 constexpr qsizetype startBytes = 320 << 10;
 
-/// Most bytes that a code unit becomes, and what stands around a field: quotes, a delimiter, and
-/// what a block may write too much.
+/// Most bytes that a code unit becomes, and what stands around a field: quotes, an apostrophe, a
+/// delimiter or line end, and what a block may write too much.
 constexpr qsizetype bytesPerUnit = 3;
-constexpr qsizetype bytesAround = 3 + narrowUnits;
+constexpr qsizetype bytesBehind = 2;
+constexpr qsizetype bytesAround = 3 + bytesBehind + narrowUnits;
 
 } // namespace
 
-CsvFormatter::CsvFormatter() {
+CsvFormatter::CsvFormatter(const CsvLayout& layout) : layout_(layout) {
     grow(startBytes);
 }
 
@@ -38,12 +40,16 @@ void CsvFormatter::grow(qsizetype bytes) {
 }
 
 void CsvFormatter::setColumns(const PinOutMetaData& shape) {
+    const bool quoted = layout_.quoting == CsvQuoting::All;
+    const bool plain = !quoted && layout_.decimal == '.';
     writers_.clear();
     for (const MetaInfo& type : shape.types) {
         if (type.type == MetaTypeKey)
-            writers_.push_back(writeKey);
+            writers_.push_back(quoted ? writeQuotedKey : writeKey);
+        else if (type.type == MetaTypeFloat)
+            writers_.push_back(plain ? writeFloat : writeOtherFloat);
         else
-            writers_.push_back(type.type == MetaTypeFloat ? writeFloat : writeText);
+            writers_.push_back(writeText);
     }
 }
 
@@ -54,7 +60,7 @@ void CsvFormatter::writeHeader(const PinOutMetaData& shape, bool typed) {
     const qsizetype begin = size();
     for (const QString& cell : cells) {
         appendText(reinterpret_cast<const uchar*>(cell.constData()), static_cast<int>(cell.size()));
-        *next_++ = delimiter;
+        *next_++ = layout_.delimiter;
     }
     endLine(begin);
 }
@@ -65,14 +71,19 @@ void CsvFormatter::writeRow(const uchar* const* cells) {
     const qsizetype begin = size();
     for (const WriteCell write : writers_) {
         write(*this, *cells++);
-        *next_++ = delimiter;
+        *next_++ = layout_.delimiter;
     }
     endLine(begin);
 }
 
 /// Makes the last delimiter a line end.
 void CsvFormatter::endLine(qsizetype begin) {
-    next_[-1] = '\n';
+    if (layout_.returnFeed) {
+        next_[-1] = '\r';
+        *next_++ = '\n';
+    } else {
+        next_[-1] = '\n';
+    }
     if (!atFileStart_)
         return;
     atFileStart_ = false;
@@ -81,7 +92,7 @@ void CsvFormatter::endLine(qsizetype begin) {
     if (next_ - first <= 3 || std::memcmp(first, "\xEF\xBB\xBF", 3) != 0)
         return;
     const std::string line(first, next_);
-    const size_t fieldEnd = line.find_first_of(",\n");
+    const size_t fieldEnd = line.find_first_of(std::string("\r\n") + layout_.delimiter);
     next_ = first;
     reserve(static_cast<qsizetype>(line.size()) + 2);
     const std::string quoted = quote + line.substr(0, fieldEnd) + quote + line.substr(fieldEnd);
@@ -93,29 +104,96 @@ void CsvFormatter::writeText(CsvFormatter& formatter, const uchar* cell) {
     if (!view.isNull())
         formatter.appendText(view.chars, view.size());
     else
-        formatter.reserve(1);
+        formatter.reserve(bytesBehind);
 }
 
 void CsvFormatter::writeKey(CsvFormatter& formatter, const uchar* cell) {
-    formatter.reserve(numberTextRoom + 1);
+    formatter.reserve(numberTextRoom + bytesBehind);
     const quint32 key = cell::loadKey(cell);
     if (key < cell::firstNullKey)
         formatter.next_ += formatKey(key, formatter.next_);
 }
 
+void CsvFormatter::writeQuotedKey(CsvFormatter& formatter, const uchar* cell) {
+    formatter.reserve(numberTextRoom + 2 + bytesBehind);
+    const quint32 key = cell::loadKey(cell);
+    if (key >= cell::firstNullKey)
+        return;
+    *formatter.next_++ = quote;
+    formatter.next_ += formatKey(key, formatter.next_);
+    *formatter.next_++ = quote;
+}
+
 void CsvFormatter::writeFloat(CsvFormatter& formatter, const uchar* cell) {
-    formatter.reserve(numberTextRoom + 1);
+    formatter.reserve(numberTextRoom + bytesBehind);
     if (cell::loadFloatBits(cell) != cell::nullFloatBits)
         formatter.next_ += formatFloat(cell::loadFloat(cell), formatter.next_);
+}
+
+/// With another decimal sign, or in quotes.
+void CsvFormatter::writeOtherFloat(CsvFormatter& formatter, const uchar* cell) {
+    formatter.reserve(numberTextRoom + 2 + bytesBehind);
+    if (cell::loadFloatBits(cell) == cell::nullFloatBits)
+        return;
+    const CsvLayout& layout = formatter.layout_;
+    char* const begin = formatter.next_;
+    char* const end = begin + formatFloat(cell::loadFloat(cell), begin);
+    char* const point = std::find(begin, end, '.');
+    if (point != end)
+        *point = layout.decimal;
+    formatter.next_ = end;
+    if (layout.quoting == CsvQuoting::All || (point != end && layout.decimal == layout.delimiter))
+        formatter.quoteFrom(begin);
 }
 
 void CsvFormatter::appendText(const uchar* chars, int units) {
     reserve(bytesPerUnit * units + bytesAround);
     char* const begin = next_;
-    bool special = units == 0;
-    next_ = encode(chars, units, begin, &special);
+    bool special = units == 0 || layout_.quoting != CsvQuoting::Needed;
+    if (layout_.safe && isFormula(chars, units))
+        *next_++ = '\'';
+    next_ = encode(chars, units, next_, &special);
     if (special)
         quoteFrom(begin);
+}
+
+/// Whether a spreadsheet would run the text; a number is none.
+bool CsvFormatter::isFormula(const uchar* chars, int units) const {
+    const char16_t first = units > 0 ? cell::unitAt(chars, 0) : u'\0';
+    if (first == u'=' || first == u'@' || first == u'\t' || first == u'\r')
+        return true;
+    if (first != u'+' && first != u'-')
+        return false;
+    uchar digits[numberTextRoom];
+    if (units > numberTextRoom)
+        return true;
+    for (int i = 0; i < units; ++i) {
+        const char16_t unit = cell::unitAt(chars, i);
+        const bool inNumber = (unit >= u'0' && unit <= u'9') || unit == u'+' || unit == u'-' ||
+                              unit == u'e' || unit == u'E' || unit == uchar(layout_.decimal);
+        if (!inNumber)
+            return true;
+        digits[i] = static_cast<uchar>(unit);
+    }
+    double value = 0;
+    return !readFloat(digits, units, layout_.decimal, &value);
+}
+
+CsvPlace CsvFormatter::placeOf(qsizetype offset) const {
+    CsvPlace place;
+    bool inQuotes = false;
+    for (const char* at = buffer_.get(); at < buffer_.get() + offset; ++at) {
+        inQuotes ^= *at == quote;
+        if (inQuotes)
+            continue;
+        if (*at == layout_.delimiter)
+            ++place.column;
+        if (*at == '\n') {
+            ++place.line;
+            place.column = 0;
+        }
+    }
+    return place;
 }
 
 /// Puts what was appended since `begin` into quotes and doubles those in it.
@@ -136,15 +214,26 @@ void CsvFormatter::quoteFrom(char* begin) {
 char* CsvFormatter::encode(const uchar* chars, int units, char* out, bool* special) {
     int i = 0;
     while (units - i >= narrowUnits) {
-        const NarrowResult block = narrowBlock(chars + 2 * qsizetype(i), out, delimiter, quote);
+        const NarrowResult block =
+            narrowBlock(chars + 2 * qsizetype(i), out, layout_.delimiter, quote);
         *special |= block.special;
-        const int end = i + narrowUnits;
-        if (block.ascii) {
-            i = end;
-            out += narrowUnits;
-        }
-        while (i < end)
+        i += block.plain;
+        out += block.plain;
+        // Characters beyond ASCII often come in runs: a block each would be dear.
+        while (i < units && cell::unitAt(chars, i) >= 0x80)
             i = encodeUnit(chars, i, units, &out, special);
+    }
+    if (i < units && units >= narrowUnits) {
+        // The last whole block holds the rest; what was in front of it has been written.
+        char bytes[2 * narrowUnits] = {};
+        const int first = units - narrowUnits;
+        const NarrowResult block =
+            narrowBlock(chars + 2 * qsizetype(first), bytes, layout_.delimiter, quote);
+        if (block.plain == narrowUnits) {
+            *special |= block.special;
+            std::memcpy(out, bytes + (i - first), narrowUnits);
+            return out + (units - i);
+        }
     }
     while (i < units)
         i = encodeUnit(chars, i, units, &out, special);
@@ -157,8 +246,13 @@ inline int CsvFormatter::encodeUnit(const uchar* chars, int at, int units, char*
     char32_t character = cell::unitAt(chars, at++);
     if (character < 0x80) {
         const char byte = static_cast<char>(character);
-        *special |= byte == delimiter || byte == quote || byte == '\r' || byte == '\n';
+        *special |= byte == layout_.delimiter || byte == quote || byte == '\r' || byte == '\n';
         *(*out)++ = byte;
+        return at;
+    }
+    if (character < 0x800) {
+        *(*out)++ = static_cast<char>(0xC0 | character >> 6);
+        *(*out)++ = static_cast<char>(0x80 | (character & 0x3F));
         return at;
     }
     if (character >= 0xD800 && character <= 0xDFFF) {

@@ -1,7 +1,8 @@
 /// From rows to the bytes of a CSV file.
 ///
 /// A field is quoted where it must be: when it holds the delimiter, a quote or a line end, or is
-/// the empty text. A null is an empty field. Lines end with LF. One thread at a time.
+/// the empty text; all fields, or all texts, where that is asked for. A null is an empty field,
+/// never quoted. The bytes are UTF-8. One thread at a time.
 #pragma once
 
 #include "host/cell.h"
@@ -11,9 +12,27 @@
 
 namespace velmorra {
 
+enum class CsvQuoting { Needed, Text, All };
+
+/// How the file is to be laid out.
+struct CsvLayout {
+    char delimiter = ',';
+    char decimal = '.';
+    CsvQuoting quoting = CsvQuoting::Needed;
+    bool returnFeed = false; ///< lines end with CR LF, not with LF
+    /// Texts that a spreadsheet would run as a formula get an apostrophe in front.
+    bool safe = false;
+};
+
+/// A place in what has been appended and not yet been taken.
+struct CsvPlace {
+    qint64 line = 0; ///< lines of the table in front of it, counted from what was taken last
+    int column = 0;
+};
+
 class CsvFormatter {
 public:
-    CsvFormatter();
+    explicit CsvFormatter(const CsvLayout& layout = {});
 
     /// The columns of the rows to come; once, in front of everything else.
     void setColumns(const PinOutMetaData& shape);
@@ -30,6 +49,9 @@ public:
     qsizetype size() const { return next_ - buffer_.get(); }
     void clear() { next_ = buffer_.get(); }
 
+    /// Where the byte at an offset stands.
+    CsvPlace placeOf(qsizetype offset) const;
+
     /// Code units that are half a character; each was written as U+FFFD.
     qint64 brokenCharacters() const { return broken_; }
 
@@ -43,6 +65,7 @@ private:
     }
     void grow(qsizetype bytes);
     void appendText(const uchar* chars, int units);
+    bool isFormula(const uchar* chars, int units) const;
     void quoteFrom(char* begin);
     char* encode(const uchar* chars, int units, char* out, bool* special);
     int encodeUnit(const uchar* chars, int at, int units, char** out, bool* special);
@@ -51,7 +74,10 @@ private:
     static void writeText(CsvFormatter& formatter, const uchar* cell);
     static void writeKey(CsvFormatter& formatter, const uchar* cell);
     static void writeFloat(CsvFormatter& formatter, const uchar* cell);
+    static void writeQuotedKey(CsvFormatter& formatter, const uchar* cell);
+    static void writeOtherFloat(CsvFormatter& formatter, const uchar* cell);
 
+    CsvLayout layout_;
     std::vector<WriteCell> writers_;
     std::unique_ptr<char[]> buffer_;
     char* next_ = nullptr;

@@ -5,6 +5,7 @@
 #include "engine/csv/transcode.h"
 
 #include <algorithm>
+#include <cstring>
 #include <tuple>
 #include <utility>
 
@@ -12,7 +13,8 @@ namespace velmorra {
 
 namespace {
 constexpr qsizetype readBytes = 256 << 10;
-constexpr uchar byteOrderMark[] = {0xEF, 0xBB, 0xBF};
+constexpr qsizetype longestMark = 4;
+constexpr qsizetype utf8Mark = 3;
 } // namespace
 
 CsvParser::CsvParser(ByteSource source, const QString& fileName, const CsvSettings& settings,
@@ -70,9 +72,13 @@ void CsvParser::giveFirstRowAgain(RowBatch& batch) {
     if (full_)
         return;
     firstRowIsData_ = false;
-    if (firstRow_.rows > 0 && convertFirstRow(batch))
-        acceptRow(batch, firstRow_.firstLine);
+    if (firstRow_.rows > 0) {
+        const bool accepted = convertFirstRow(batch) && acceptRow(batch, firstRow_.firstLine);
+        if (!accepted && rejects())
+            rejectFirstRow(batch);
+    }
     firstRow_ = {};
+    firstRowBytes_ = {};
 }
 
 void CsvParser::readRows(RowBatch& batch) {
@@ -81,15 +87,26 @@ void CsvParser::readRows(RowBatch& batch) {
         if (scan != Scan::Exhausted)
             return;
         if (atEnd_) {
-            if (endInput(batch))
+            if (endInput(batch)) {
                 batch.end = BatchEnd::Table;
-            return;
+                return;
+            }
+            const bool open = state_ == State::Quoted;
+            if (!resynchronise(batch, open ? fieldStart_ : dataEnd_) || full_)
+                return;
+            continue;
         }
         if (handOnEarly_ && batch.rows > 0 && isAtRowStart())
             return;
-        if (dataEnd_ - fieldStart_ > settings_.fieldLimit + 2) {
-            failOverLimit(batch);
+        if (state_ == State::Plain && isComment(dataEnd_))
+            state_ = State::InComment;
+        if (!passPart(batch))
             return;
+        if (isOverLimit(batch)) {
+            const bool open = state_ == State::Quoted || state_ == State::QuoteSeen;
+            if (!resynchronise(batch, open ? fieldStart_ : dataEnd_) || full_)
+                return;
+            continue;
         }
         if (!refill(batch))
             return;
@@ -100,20 +117,22 @@ void CsvParser::readRows(RowBatch& batch) {
 bool CsvParser::refill(RowBatch& batch) {
     if (batch.arena.used() - rowBegan_ > CsvSettings::rowLimit)
         return fail(batch, rowLine_, QStringLiteral("the row has more than 1 GiB of text"));
-    const qsizetype kept = dataEnd_ - fieldStart_;
+    const qsizetype keptFrom = rejects_ != nullptr ? rowStart_ : fieldStart_;
+    const qsizetype kept = dataEnd_ - keptFrom;
     if (room_ < kept + readBytes) {
         const qsizetype larger = std::max(2 * room_, kept + readBytes);
         std::unique_ptr<uchar[]> window(new uchar[static_cast<size_t>(larger + transcodeSlack)]);
-        std::copy_n(window_.get() + fieldStart_, kept, window.get());
+        std::copy_n(window_.get() + keptFrom, kept, window.get());
         window_ = std::move(window);
         room_ = larger;
     } else {
-        std::memmove(window_.get(), window_.get() + fieldStart_, static_cast<size_t>(kept));
+        std::memmove(window_.get(), window_.get() + keptFrom, static_cast<size_t>(kept));
     }
-    quoteAt_ -= fieldStart_;
-    scanned_ -= fieldStart_;
+    quoteAt_ -= keptFrom;
+    scanned_ -= keptFrom;
+    fieldStart_ -= keptFrom;
+    rowStart_ = 0;
     dataEnd_ = kept;
-    fieldStart_ = 0;
     const bool atStart = !begun_;
     begun_ = true;
     do {
@@ -124,11 +143,22 @@ bool CsvParser::refill(RowBatch& batch) {
         }
         atEnd_ = got == 0;
         dataEnd_ += got;
-    } while (atStart && !atEnd_ && dataEnd_ < qsizetype(sizeof byteOrderMark));
+    } while (atStart && !atEnd_ && dataEnd_ < longestMark);
     std::memset(window_.get() + dataEnd_, 0, transcodeSlack);
-    if (atStart && dataEnd_ >= qsizetype(sizeof byteOrderMark) &&
-        std::equal(std::begin(byteOrderMark), std::end(byteOrderMark), window_.get()))
-        fieldStart_ = scanned_ = sizeof byteOrderMark;
+    return !atStart || passByteOrderMark(batch);
+}
+
+bool CsvParser::passByteOrderMark(RowBatch& batch) {
+    const QString mark = encodingOfMark(window_.get(), dataEnd_);
+    if (mark.isNull())
+        return true;
+    if (mark != QLatin1String("utf-8"))
+        return fail(batch, 0,
+                    QStringLiteral("begins with the byte order mark of ") + mark +
+                        (mark == QLatin1String("utf-16")
+                             ? QStringLiteral("; ask for it with encoding='utf-16'")
+                             : QStringLiteral(", which can't be read")));
+    rowStart_ = fieldStart_ = scanned_ = utf8Mark;
     return true;
 }
 
@@ -143,8 +173,13 @@ CsvParser::Scan CsvParser::scanWindow(RowBatch& batch) {
             marks &= (quint64(1) << (dataEnd_ - base)) - 1;
         for (; marks != 0; marks &= marks - 1) {
             const qsizetype at = base + std::countr_zero(marks);
-            if (!special(batch, at))
-                return Scan::Failed;
+            if (!special(batch, at)) {
+                if (!resynchronise(batch, at))
+                    return Scan::Failed;
+                if (full_)
+                    return Scan::Full;
+                break;
+            }
             if (full_) {
                 scanned_ = at + 1;
                 return Scan::Full;
@@ -159,6 +194,10 @@ inline bool CsvParser::special(RowBatch& batch, qsizetype at) {
     if (state_ != State::Plain)
         return specialInQuotes(batch, at);
     const uchar byte = window_[at];
+    if (column_ == 0 && isComment(at)) {
+        state_ = State::InComment;
+        return byte != '\n' || endPassedLine(at);
+    }
     if (byte == uchar(settings_.delimiter)) {
         const qsizetype begin = std::exchange(fieldStart_, at + 1);
         return endField(batch, begin, at, false);
@@ -196,11 +235,34 @@ bool CsvParser::emptyLine(RowBatch& batch) {
         return endField(batch, 0, 0, false) && endRow(batch);
     emptyLines_ += inFirstRow_ ? 1 : 0;
     rowLine_ = line_;
+    rowStart_ = fieldStart_;
+    return true;
+}
+
+/// Whether a line that reaches up to `at` at least is a comment. Requires: a line's first field.
+inline bool CsvParser::isComment(qsizetype at) const {
+    const qsizetype size = settings_.comment.size();
+    return size != 0 && column_ == 0 && at - fieldStart_ >= size &&
+           std::memcmp(window_.get() + fieldStart_, settings_.comment.constData(), size_t(size)) ==
+               0;
+}
+
+/// Ends a line that isn't part of the table.
+bool CsvParser::endPassedLine(qsizetype at) {
+    state_ = State::Plain;
+    rowStart_ = fieldStart_ = at + 1;
+    rowLine_ = ++line_;
     return true;
 }
 
 bool CsvParser::specialInQuotes(RowBatch& batch, qsizetype at) {
     const uchar byte = window_[at];
+    if (state_ == State::InComment)
+        return byte != '\n' || endPassedLine(at);
+    if (state_ == State::InRejected)
+        return byte != '\n' ||
+               (giveToRejects(batch, window_.get() + rowStart_, at + 1 - rowStart_) &&
+                endPassedLine(at));
     const bool quote = byte == uchar(settings_.quote);
     if (state_ == State::Quoted) {
         if (quote) {
@@ -253,7 +315,8 @@ bool CsvParser::endInput(RowBatch& batch) {
                                valueAround(fieldStart_ + 1));
     if (state_ == State::ReturnSeen || (state_ == State::QuoteSeen && dataEnd_ != quoteAt_ + 1))
         return failAtStrayByte(batch, dataEnd_);
-    if (isAtRowStart())
+    if (isAtRowStart() || state_ == State::InComment || state_ == State::InRejected ||
+        (state_ == State::Plain && isComment(dataEnd_)))
         return true;
     const bool quoted = state_ == State::QuoteSeen;
     const qsizetype begin = std::exchange(fieldStart_, dataEnd_) + (quoted ? 1 : 0);
@@ -264,20 +327,25 @@ bool CsvParser::endInput(RowBatch& batch) {
 bool CsvParser::endField(RowBatch& batch, qsizetype begin, qsizetype end, bool quoted) {
     const uchar* bytes = window_.get() + begin;
     qsizetype size = end - begin;
-    if (size > settings_.fieldLimit)
+    if (size > settings_.fieldLimit) {
+        tooLongAt_ = begin;
         return failOverLimit(batch);
+    }
     if (size_t(column_) >= slots_.size())
         return surplusField(batch, bytes, size, quoted);
     const Slot slot = slots_[size_t(column_)];
     const uchar* cell = slot.null;
-    if (slot.kind != Kind::Skipped && (size > 0 || quoted)) {
+    if (slot.kind != Kind::Skipped && (size > 0 || quoted) && !badRow_) {
         if (quoted && doubled_)
             std::tie(bytes, size) = withoutDoubledQuotes(bytes, size);
         const qint64 line = quoted ? fieldLine_ : line_;
         cell = slot.kind == Kind::Text ? textCell(batch, line, bytes, size)
                                        : numberCell(batch, line, bytes, size);
-        if (cell == nullptr)
-            return false;
+        if (cell == nullptr) {
+            if (!holdBack(batch))
+                return false;
+            cell = slot.null;
+        }
     }
     *nextCell_++ = cell;
     ++column_;
@@ -308,9 +376,15 @@ inline const uchar* CsvParser::textCell(RowBatch& batch, qint64 line, const ucha
 bool CsvParser::endRow(RowBatch& batch) {
     const qint64 line = std::exchange(rowLine_, line_);
     const int fields = std::exchange(column_, 0);
-    if (!inFirstRow_ && fields != batch.columns)
-        return failAtRowOf(batch, line, fields);
-    return acceptRow(batch, line);
+    const bool whole = inFirstRow_ || fields == batch.columns;
+    const bool accepted =
+        !badRow_ && (whole || failAtRowOf(batch, line, fields)) && acceptRow(batch, line);
+    if (!accepted && (!rejects() || !rejectRow(batch)))
+        return false;
+    if (inFirstRow_ && rejects_ != nullptr)
+        firstRowBytes_.assign(window_.get() + rowStart_, window_.get() + fieldStart_);
+    rowStart_ = fieldStart_;
+    return true;
 }
 
 bool CsvParser::acceptRow(RowBatch& batch, qint64 line) {

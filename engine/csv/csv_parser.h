@@ -3,7 +3,8 @@
 /// Fields stand between delimiters, in quotes where they hold a delimiter, a quote (doubled) or a
 /// line end; lines end with LF or CRLF, the last one also with the file. The text is UTF-8, with or
 /// without a byte order mark. An unquoted empty field is null, a quoted one the empty text. An
-/// empty line is a null in a table of one column and is passed over in any other.
+/// empty line is a null in a table of one column and is passed over in any other; a line that
+/// begins with the prefix of comments is passed over everywhere.
 ///
 /// Bytes are scanned in blocks for the few that have a meaning, and a field is decoded when its end
 /// is found. Memory is bounded by the batch and the largest field, not by the file. One thread at a
@@ -11,8 +12,8 @@
 #pragma once
 
 #include "engine/csv/order_check.h"
+#include "engine/csv/text_encoding.h"
 
-#include <functional>
 #include <utility>
 
 namespace velmorra {
@@ -25,9 +26,15 @@ struct CsvSettings {
     /// Bytes of cells in one row.
     static constexpr qsizetype rowLimit = 1ll << 30;
 
+    /// In place of a quote: a byte that has another meaning.
+    static constexpr char noQuote = '\n';
+
     char delimiter = ',';
     char quote = '"';
-    qint64 fieldLimit = defaultFieldLimit; ///< bytes of a field, without the quotes around it
+    char decimal = '.';
+    QByteArray comment;                         ///< prefix of lines without data; empty: none
+    TextEncoding encoding = TextEncoding::Utf8; ///< of the file, for messages
+    qint64 fieldLimit = defaultFieldLimit;      ///< bytes of a field, without the quotes around it
 };
 
 /// What becomes of the fields of a column.
@@ -36,19 +43,42 @@ struct CsvColumn {
     qint32 metaType = MetaTypeText;
     bool wanted = true;     ///< else its cells are null and its values aren't looked at
     quint32 largestKey = 0; ///< for a Key column
+    bool proposed = false;  ///< nobody declared the type: for messages
+};
+
+/// Takes the rows that can't be read, as they stand in the UTF-8 of the file.
+class RejectedRows {
+public:
+    virtual ~RejectedRows() = default;
+
+    /// In front of the first row: the encoding of the file, and whether it has a byte order mark.
+    virtual void start(TextEncoding, bool) {}
+    /// The next row, and what is wrong with it. Its bytes come in one or several pieces.
+    virtual void begin(const QString& problem) = 0;
+    /// False when the bytes could not be kept; `failure` then says why, and is null when the run
+    /// was stopped.
+    virtual bool take(const uchar* bytes, qsizetype size) = 0;
+    virtual QString failure() const = 0;
 };
 
 class CsvParser {
 public:
-    /// Gives up to `room` bytes: their number, 0 at the end, -1 on failure or when stopped.
-    using ByteSource = std::function<qint64(uchar* bytes, qint64 room)>;
-
     /// `fileName` stands in messages. With `handOnEarly` a batch of whole rows isn't kept back to
     /// wait for more bytes.
     CsvParser(ByteSource source, const QString& fileName, const CsvSettings& settings,
               bool handOnEarly = false);
     CsvParser(const CsvParser&) = delete;
     CsvParser& operator=(const CsvParser&) = delete;
+
+    /// Broken rows go to `rows` from here on, and those behind them are read; else the first one is
+    /// the end. In front of readFirstRow; `rows` must outlive the parser. The first row itself must
+    /// be sound.
+    ///
+    /// Where quotes are broken, a row ends with the line of the broken place: the one where text
+    /// stands behind a closing quote, or, where the quotes never close or hold more than
+    /// mostInBrokenQuotes, the one where they open.
+    void rejectTo(RejectedRows* rows) { rejects_ = rows; }
+    static constexpr qsizetype mostInBrokenQuotes = 64 << 10;
 
     /// Reads the first row, of as many columns as it has, as text. Empty lines in
     /// front of it are passed over. No rows when the file has none; `end` tells a failure.
@@ -66,7 +96,7 @@ public:
     void fill(RowBatch& batch, int maxRows = RowBatch::maxRows);
 
 private:
-    enum class State { Plain, Quoted, QuoteSeen, ReturnSeen };
+    enum class State { Plain, Quoted, QuoteSeen, ReturnSeen, InComment, InRejected };
     enum class Kind : uchar { Skipped, Text, Number };
     enum class Scan { Exhausted, Full, Failed };
 
@@ -80,12 +110,15 @@ private:
     void giveFirstRowAgain(RowBatch& batch);
     bool convertFirstRow(RowBatch& batch);
     bool refill(RowBatch& batch);
+    bool passByteOrderMark(RowBatch& batch);
     Scan scanWindow(RowBatch& batch);
     bool special(RowBatch& batch, qsizetype at);
     bool specialInQuotes(RowBatch& batch, qsizetype at);
     bool endQuotedField(RowBatch& batch, qsizetype at);
     bool lineFeed(RowBatch& batch, qsizetype at);
     bool emptyLine(RowBatch& batch);
+    bool endPassedLine(qsizetype at);
+    bool isComment(qsizetype at) const;
     bool endInput(RowBatch& batch);
     bool isAtRowStart() const {
         return state_ == State::Plain && column_ == 0 && fieldStart_ == dataEnd_;
@@ -101,7 +134,18 @@ private:
     bool acceptRow(RowBatch& batch, qint64 line);
     std::pair<const uchar*, qsizetype> withoutDoubledQuotes(const uchar* bytes, qsizetype size);
 
+    // Rows that go to the rejects.
+    bool rejects() const { return rejects_ != nullptr && !inFirstRow_ && !rejectsFailed_; }
+    bool holdBack(RowBatch& batch);
+    bool rejectRow(RowBatch& batch);
+    bool rejectFirstRow(RowBatch& batch);
+    bool resynchronise(RowBatch& batch, qsizetype spot);
+    bool passPart(RowBatch& batch);
+    bool giveToRejects(RowBatch& batch, const uchar* bytes, qsizetype size);
+    void forgetRow(RowBatch& batch);
+
     // Problems; all false.
+    bool isOverLimit(RowBatch& batch);
     bool fail(RowBatch& batch, qint64 line, const QString& what);
     bool failAtRowOf(RowBatch& batch, qint64 line, int fields);
     bool failInField(RowBatch& batch, qint64 line, const QString& what);
@@ -114,11 +158,14 @@ private:
     QString fileName_;
     CsvSettings settings_;
     bool handOnEarly_;
+    RejectedRows* rejects_ = nullptr;
+    bool rejectsFailed_ = false; ///< they take no more
 
     // The table.
     bool inFirstRow_ = true;
     bool firstRowIsData_ = false;
     RowBatch firstRow_;
+    std::vector<uchar> firstRowBytes_; ///< as they stand, where they may have to be rejected
     std::vector<CsvColumn> columns_;
     std::vector<Slot> slots_; ///< what the scan needs of each column
     OrderCheck order_;
@@ -133,6 +180,9 @@ private:
 
     // The row that is being read.
     State state_ = State::Plain;
+    qsizetype rowStart_ = 0;   ///< kept up to date, and in the window, where rows may be rejected
+    qsizetype tooLongAt_ = -1; ///< where the field begins that was found to be over its limit
+    bool badRow_ = false;      ///< to be rejected when its end is found; batch.problem says why
     qsizetype fieldStart_ = 0;
     qsizetype quoteAt_ = 0;  ///< in QuoteSeen: the quote that may close the field
     bool emptyLine_ = false; ///< in ReturnSeen: nothing stood on the line

@@ -2,17 +2,26 @@
 #pragma once
 
 #include "engine/csv/csv_parser.h"
+#include "engine/csv/csv_proposal.h"
 #include "engine/input_file.h"
+
+#include <QtCore/QStringList>
 
 namespace velmorra {
 
 /// How a CSV file is to be read.
 struct CsvTableSettings {
     CsvSettings format;
-    bool header = true; ///< else the columns are named col1, col2, ...
-    bool typed = false; ///< the header's cells are name:TYPE or name:TYPE:SORT
-    QString types;      ///< as applyTypes takes it
-    QString sorted;     ///< as applySorted takes it; what a typed header declares otherwise
+    // What is to be proposed by the file's beginning, in place of what `format` says.
+    bool proposeDelimiter = false;
+    bool proposeDecimal = false;
+    bool proposeEncoding = false;
+    bool proposeTypes = false; ///< in place of `types`
+    bool header = true;        ///< else the columns are named col1, col2, ...
+    bool typed = false;        ///< the header's cells are name:TYPE or name:TYPE:SORT
+    QString types;             ///< as applyTypes takes it
+    QString sorted;            ///< as applySorted takes it; what a typed header declares otherwise
+    RejectedRows* rejects = nullptr; ///< takes rows that can't be read; null: they end the table
 };
 
 /// One thread at a time, but for `share`.
@@ -23,6 +32,9 @@ public:
     bool open(const QString& file, const CsvTableSettings& settings, StopCheck stop);
 
     const QString& problem() const { return problem_; }
+
+    /// What was proposed, in the words in which it can be set.
+    const QStringList& notices() const { return notices_; }
 
     /// Names, types and declared order.
     const PinOutMetaData& shape() const { return shape_; }
@@ -41,14 +53,24 @@ public:
     double share() const { return file_.share(); }
 
 private:
+    bool failsWith(const QString& reason);
+    bool takeSample(ByteSource* source, CsvSample* sample);
+    bool openText(CsvTableSettings* settings, ByteSource* source);
+    bool proposeDialect(CsvTableSettings* settings);
+    void takeProposedTypes(const CsvSettings& format);
+    QString sourceProblem() const;
     bool readShape(const CsvTableSettings& settings);
     QString shapeFromFirstRow(const RowBatch& first, const CsvTableSettings& settings);
     bool fails(const RowBatch& batch);
 
     InputFile file_;
+    std::unique_ptr<TextDecoder> decoder_; ///< null where the file is UTF-8 as it stands
     std::unique_ptr<CsvParser> parser_;
     PinOutMetaData shape_;
     std::vector<bool> wanted_;
+    CsvSample sample_; ///< empty where nothing is to be proposed
+    QStringList notices_;
+    bool typesProposed_ = false;
     bool header_ = true;
     quint32 largestKey_ = 0;
     bool columnsSet_ = false;

@@ -31,12 +31,13 @@ bool readKey(const uchar* bytes, qsizetype size, quint32 largest, quint32* value
     return sum <= largest;
 }
 
-bool readFloat(const uchar* bytes, qsizetype size, double* value) {
+bool readFloat(const uchar* bytes, qsizetype size, char decimal, double* value) {
     const char* first = reinterpret_cast<const char*>(bytes);
     const char* const last = first + size;
     if (size > 1 && *first == '+' && first[1] != '-' && first[1] != '+')
         ++first;
-    const fast_float::from_chars_result result = fast_float::from_chars(first, last, *value);
+    const fast_float::from_chars_result result = fast_float::from_chars_advanced(
+        first, last, *value, fast_float::parse_options(fast_float::chars_format::general, decimal));
     if (result.ptr != last || first == last)
         return false;
     if (std::isnan(*value)) {

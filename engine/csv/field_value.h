@@ -15,8 +15,9 @@ inline constexpr quint32 largestTypedKey = 0xFFFFFFFFu;
 bool readKey(const uchar* bytes, qsizetype size, quint32 largest, quint32* value);
 
 /// Reads a decimal number, `nan` (the invalid Float) or `inf`, all of `size` bytes, a leading '+'
-/// or '-' included. False when there is anything else, or the number is too large for a double.
-bool readFloat(const uchar* bytes, qsizetype size, double* value);
+/// or '-' included; `decimal` parts the whole from the fraction. False when there is anything else,
+/// or the number is too large for a double.
+bool readFloat(const uchar* bytes, qsizetype size, char decimal, double* value);
 
 /// A value for a message: in quotes, cut to 40 characters, with control characters made visible.
 QString shownValue(const QString& value);

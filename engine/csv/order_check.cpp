@@ -68,14 +68,14 @@ void OrderCheck::keep() {
     previous_ = keptRow_.data();
 }
 
-bool OrderCheck::refuse(const Key& key, const uchar* const* earlier, qint64 earlierLine) {
+bool OrderCheck::refuse(const Key& key, const uchar* const* row, qint64 line) {
     const QString column = QStringLiteral(" has ") + shownValue(key.name) + QStringLiteral(" = ");
-    problem_ = QStringLiteral("line ") + QString::number(line_) +
+    problem_ = QStringLiteral("line ") + QString::number(line) +
                QStringLiteral(": the row is out of the declared order (") +
                QLatin1String(orderName(key.sortType)) + QStringLiteral("): line ") +
-               QString::number(earlierLine) + column +
-               shownCell(earlier[key.column], key.metaType) + QStringLiteral(", line ") +
-               QString::number(line_) + column + shownCell(previous_[key.column], key.metaType);
+               QString::number(line_) + column + shownCell(previous_[key.column], key.metaType) +
+               QStringLiteral(", line ") + QString::number(line) + column +
+               shownCell(row[key.column], key.metaType);
     return false;
 }
 

@@ -4,8 +4,6 @@
 #include "engine/csv/row_batch.h"
 #include "host/cell_order.h"
 
-#include <utility>
-
 namespace velmorra {
 
 /// One thread at a time. A sort type without a comparison can't be checked: the columns in front of
@@ -16,18 +14,20 @@ public:
 
     bool isNeeded() const { return !keys_.empty(); }
 
-    /// The next row. False when it may not come behind the one before; then `problem` says why.
+    /// The next row. False when it may not come behind the one before, and then doesn't count;
+    /// `problem` says why.
     bool accept(const uchar* const* row, qint64 line) {
-        const uchar* const* const earlier = previous_;
-        previous_ = row;
-        const qint64 earlierLine = std::exchange(line_, line);
-        if (earlier == nullptr)
-            return true;
-        for (const Key& key : keys_) {
-            const int order = key.compare(earlier[key.column], row[key.column]);
-            if (order != 0)
-                return order < 0 || refuse(key, earlier, earlierLine);
+        if (previous_ != nullptr) {
+            for (const Key& key : keys_) {
+                const int order = key.compare(previous_[key.column], row[key.column]);
+                if (order > 0)
+                    return refuse(key, row, line);
+                if (order < 0)
+                    break;
+            }
         }
+        previous_ = row;
+        line_ = line;
         return true;
     }
 
@@ -45,7 +45,7 @@ private:
         QString name;
     };
 
-    bool refuse(const Key& key, const uchar* const* earlier, qint64 earlierLine);
+    bool refuse(const Key& key, const uchar* const* row, qint64 line);
 
     std::vector<Key> keys_;
     const uchar* const* previous_ = nullptr;

@@ -20,9 +20,9 @@ inline constexpr int widenBytes = 16;
 /// Code units that narrowBlock reads; it writes as many bytes.
 inline constexpr int narrowUnits = 8;
 
-/// What a block of code units holds besides plain ASCII.
+/// What a block of code units holds.
 struct NarrowResult {
-    bool ascii;   ///< every unit is below 0x80
+    int plain;    ///< units in front of the first that isn't ASCII
     bool special; ///< a delimiter, quote, carriage return or line feed is among them
 };
 
@@ -50,19 +50,20 @@ inline unsigned widenBlock(const uchar* bytes, uchar* units) {
     return high;
 }
 
-/// Narrows 8 code units at any address. What is written is of use when all are ASCII.
+/// Narrows 8 code units at any address. What is written is of use as far as they are plain.
 inline NarrowResult narrowBlock(const uchar* units, char* bytes, char delimiter, char quote) {
-    unsigned all = 0;
+    int plain = narrowUnits;
     bool special = false;
     for (int i = 0; i < narrowUnits; ++i) {
         char16_t unit;
         std::memcpy(&unit, units + 2 * i, sizeof unit);
-        all |= unit;
+        if (unit >= 0x80 && plain == narrowUnits)
+            plain = i;
         special |=
             unit == uchar(delimiter) || unit == uchar(quote) || unit == u'\r' || unit == u'\n';
         bytes[i] = static_cast<char>(unit);
     }
-    return {all < 0x80, special};
+    return {plain, special};
 }
 
 } // namespace portable
@@ -114,8 +115,10 @@ inline NarrowResult narrowBlock(const uchar* units, char* bytes, char delimiter,
     const __m128i high = _mm_and_si128(block, _mm_set1_epi16(static_cast<short>(0xFF80)));
     const long long narrow = _mm_cvtsi128_si64(_mm_packus_epi16(block, block));
     std::memcpy(bytes, &narrow, sizeof narrow);
-    return {_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) == 0xFFFF,
-            _mm_movemask_epi8(marks) != 0};
+    // Two bits a unit, set where it is ASCII.
+    const auto ascii =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())));
+    return {std::countr_one(ascii) / 2, _mm_movemask_epi8(marks) != 0};
 }
 
 #else

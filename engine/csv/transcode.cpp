@@ -20,7 +20,8 @@ Lead leadOf(uchar byte) {
     return {0, 0};
 }
 
-/// The character of a sequence of more than one byte; 0 when it is invalid.
+} // namespace
+
 char32_t characterAt(const uchar* bytes, qsizetype available, int* length) {
     const Lead lead = leadOf(*bytes);
     if (lead.length == 0 || lead.length > available)
@@ -35,6 +36,8 @@ char32_t characterAt(const uchar* bytes, qsizetype available, int* length) {
     *length = lead.length;
     return character < lead.lowest || character > 0x10FFFF || surrogate ? 0 : character;
 }
+
+namespace {
 
 uchar* putUnit(uchar* out, char32_t unit) {
     const char16_t value = static_cast<char16_t>(unit);

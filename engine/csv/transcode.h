@@ -18,6 +18,10 @@ struct Decoded {
 /// above U+10FFFF are invalid.
 Decoded decodeUtf8(const uchar* bytes, qsizetype size, uchar* units);
 
+/// The character of a sequence of more than one byte, of which `available` are there, and its
+/// length; 0 when it is invalid.
+char32_t characterAt(const uchar* bytes, qsizetype available, int* length);
+
 /// Writes one character as UTF-8 (1 to 4 bytes) and returns the place behind it.
 char* encodeCharacter(char32_t character, char* out);
 

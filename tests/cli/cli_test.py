@@ -182,7 +182,7 @@ class Run(CommandLineTest):
                          "accumulate 'age' not found.\n")
         result = self.velmorra(*words, "--log", "json")
         self.assertEqual(json.loads(result.stderr),
-                         {"level": 1, "box": "2", "action": "Accumulator",
+                         {"level": 1, "box": "2", "action": "Accumulator", "label": "ids",
                           "text": "ERROR: column to accumulate 'age' not found."})
 
     def test_graphs_that_cannot_be_loaded(self):
@@ -232,7 +232,7 @@ class Usage(CommandLineTest):
 
     def test_help_and_version(self):
         self.assertRegex(self.answer("--version"), r"\Avelmorra \d+\.\d+\.\d+\n\Z")
-        for command in ("run", "apply", "actions", "action"):
+        for command in ("run", "apply", "check", "columns", "preview", "actions", "action"):
             self.assertIn(command, self.answer("--help"))
             self.assertIn("velmorra " + command, self.answer(command, "--help"))
 
@@ -241,11 +241,12 @@ class Usage(CommandLineTest):
         self.write("renames.csv", "before,after\nname,first\n")
         self.write("prices.csv", "price\n1.5\n")
         self.write("table.csv", "x:F\n2\n")
-        self.write("prices.vgraph", "<VelmorraGraph><Actions/><Links/></VelmorraGraph>")
-        self.write("graph.vgraph", "<VelmorraGraph><Actions/><Links/></VelmorraGraph>")
+        text = "<VelmorraGraph><Actions><ReadCsv file='people.csv'/></Actions></VelmorraGraph>"
+        self.write("prices.vgraph", text)
+        self.write("graph.vgraph", text)
         environment = {**os.environ,
                        "PATH": f"{Path(PROGRAM).parent}:{os.environ.get('PATH', '')}"}
-        for command in ([], ["run"], ["apply"], ["action"]):
+        for command in ([], ["run"], ["apply"], ["check"], ["columns"], ["preview"], ["action"]):
             text = self.answer(*command, "--help").partition("Examples:")[2] or \
                 self.answer(*command, "--help").partition("Example:")[2]
             examples = re.findall(r"^  (velmorra (?:.*\\\n)*.*)", text, re.M)
@@ -279,8 +280,8 @@ class Catalogue(CommandLineTest):
         self.assertEqual(rename["inputPins"], 2)
 
     def test_the_example_of_every_action_runs(self):
-        self.write("in.csv", "a,b\n1,2\n")
-        self.write("table.csv", "a,b\n1,2\n")
+        for name in ("in", "in0", "in1", "table", "names", "slaves"):
+            self.write(name + ".csv", "a,b\n1,2\n")
         for action in json.loads(self.answer("actions", "--json")):
             words = shlex.split(action["example"])
             self.assertEqual(words[0], "velmorra")

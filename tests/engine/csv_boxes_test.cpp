@@ -76,10 +76,12 @@ protected:
             while (!write_.runStep(&write_)) {
             }
         }
-        if (parameters_.runStatus == RunStatus::Running && write_.finishOutput())
-            write_.commitOutput();
-        else
-            write_.discardOutput();
+        OutputKeeper* const outputs[] = {&read_, &write_};
+        bool done = parameters_.runStatus == RunStatus::Running;
+        for (OutputKeeper* const output : outputs)
+            done = done && output->finishOutput();
+        for (OutputKeeper* const output : outputs)
+            done ? void(output->commitOutput()) : output->discardOutput();
         rows_ = write_.rowsWritten();
         read_.afterRun();
         write_.afterRun();
@@ -167,6 +169,72 @@ TEST_F(CsvBoxes, LeaveTheEarlierFileWhenAnythingFails) {
     put("a\n1\n");
     EXPECT_EQ(run(), "[1] cannot write '/dev/full': No space left on device\n");
     EXPECT_EQ(get(), "old");
+}
+
+TEST_F(CsvBoxes, TranslateDialectsAndEncodings) {
+    put("n\xE9;x\r\n'\x80;';1,5\r\n");
+    read_.encoding = "windows-1252";
+    read_.delimiter = ";";
+    read_.quote = "single";
+    read_.decimal = "comma";
+    read_.types = "n\u00E9:U,x:F";
+    EXPECT_EQ(run(), "done");
+    EXPECT_EQ(get(), "n\u00E9,x\n\u20AC;,1.5\n");
+    write_.encoding = "utf-16";
+    write_.delimiter = "tab";
+    write_.lineEnd = "crlf";
+    EXPECT_EQ(run(), "done");
+    EXPECT_EQ(get(), std::string("\xFF\xFEn\0\xE9\0\t\0x\0\r\0\n\0\xAC\x20;\0\t\0"
+                                 "1\0.\0"
+                                 "5\0\r\0\n\0",
+                                 30));
+    write_.encoding = "utf-8-bom";
+    EXPECT_EQ(run(), "done");
+    EXPECT_EQ(get(), "\xEF\xBB\xBFn\u00E9\tx\r\n\u20AC;\t1.5\r\n");
+    read_.delimiter = "";
+    EXPECT_NE(run().find("delimiter is ''; it must be comma, "), std::string::npos);
+}
+
+TEST_F(CsvBoxes, NameThePlaceOfACharacterThatCannotBeWritten) {
+    write_.encoding = "windows-1252";
+    std::string rows = "a,b\n";
+    for (int i = 0; i < 40000; ++i)
+        rows += "\"x\ny\",\u00E9\u20AC\n";
+    put(rows + "\"1,\",\u0416\n");
+    EXPECT_EQ(run(),
+              "[1] row 40001, column 2 'b': the character '\u0416' (U+0416) can't be written "
+              "in windows-1252\n");
+    EXPECT_EQ(get(), "(none)");
+    put("a,\u0416\n1,2\n");
+    EXPECT_EQ(run(),
+              "[1] header, column 2 '\u0416': the character '\u0416' (U+0416) can't be written "
+              "in windows-1252\n");
+    write_.header = false;
+    EXPECT_EQ(run(), "done");
+    EXPECT_EQ(get(), "1,2\n");
+}
+
+TEST_F(CsvBoxes, SendBrokenRowsToTheRejectFile) {
+    put("a,b\n1,x\n2\n\xE9,y\n\"3\"z,\n4,w\n");
+    read_.types = "a:K";
+    read_.rejects = path("bad.csv");
+    EXPECT_EQ(run(), "[2] 3 rows went to the reject file '" + read_.rejects.toStdString() +
+                         "'; the first: '" + path("in.csv").toStdString() +
+                         "' line 3: the row has 1 field where 2 are expected\n");
+    EXPECT_EQ(get(), "a,b\n1,x\n4,w\n");
+    EXPECT_EQ(get("bad.csv"), "2\n\xE9,y\n\"3\"z,\n");
+    read_.encoding = "windows-1252";
+    put("a,b\n\x81,y\n");
+    EXPECT_NE(run().find("is not a Key"), std::string::npos);
+    EXPECT_EQ(get("bad.csv"), "\x81,y\n");
+    put("a,b\n1,\xE9\n");
+    EXPECT_EQ(run(), "done");
+    EXPECT_EQ(get("bad.csv"), "");
+    read_.rejects = "/dev/full";
+    put("a,b\nx,\xE9\n");
+    EXPECT_EQ(run(), "[1] cannot write '/dev/full': No space left on device\n");
+    read_.rejects = read_.file;
+    EXPECT_NE(run().find("rejects is the file that is read"), std::string::npos);
 }
 
 TEST_F(CsvBoxes, GiveColumnsAndOneRowInColumnsOnlyMode) {

@@ -110,6 +110,48 @@ TEST(CsvFormatter, WritesNumbersAndTheHeader) {
     EXPECT_EQ(nothing.size(), 0);
 }
 
+TEST(CsvFormatter, LaysOutAsAsked) {
+    PinOutMetaData shape = shapeOf({{"id", 'K'}, {"x", 'F'}, {"t;", 'U'}});
+    uchar bytes[2][32] = {};
+    cell::storeKey(bytes[0], 7);
+    cell::storeFloat(bytes[1], -0.5);
+    RowBuffer buffer;
+    const auto linesOf = [&](const CsvLayout& layout, const char* text) {
+        const uchar* const row[] = {bytes[0], bytes[1],
+                                    bytesFromQString(buffer, QString::fromUtf8(text))};
+        const uchar* const nulls[] = {cell::nullCell('K'), cell::nullCell('F'), &cell::nullText};
+        CsvFormatter formatter(layout);
+        formatter.setColumns(shape);
+        formatter.writeHeader(shape, false);
+        formatter.writeRow(row);
+        formatter.writeRow(nulls);
+        return taken(formatter);
+    };
+    CsvLayout layout;
+    layout.delimiter = ';';
+    layout.decimal = ',';
+    layout.returnFeed = true;
+    EXPECT_EQ(linesOf(layout, "a,b"), "id;x;\"t;\"\r\n7;-0,5;a,b\r\n;;\r\n");
+    layout.delimiter = ',';
+    EXPECT_EQ(linesOf(layout, "a;b"), "id,x,t;\r\n7,\"-0,5\",a;b\r\n,,\r\n");
+    layout = {};
+    layout.quoting = CsvQuoting::Text;
+    EXPECT_EQ(linesOf(layout, "a\"b"), "\"id\",\"x\",\"t;\"\n7,-0.5,\"a\"\"b\"\n,,\n");
+    layout.quoting = CsvQuoting::All;
+    EXPECT_EQ(linesOf(layout, "a"), "\"id\",\"x\",\"t;\"\n\"7\",\"-0.5\",\"a\"\n,,\n");
+    layout = {};
+    layout.safe = true;
+    const auto safe = [&](const char* text) {
+        const std::string lines = linesOf(layout, text);
+        return lines.substr(15, lines.size() - 19);
+    };
+    for (const char* plain : {"a=1", "-1", "+1.5e3", "'=1", "1-2"})
+        EXPECT_EQ(safe(plain), plain);
+    for (const char* formula : {"=1", "@x", "-a", "+1+2", "-", "-inf", "\t=1", "-1,5"})
+        EXPECT_NE(safe(formula).find("'" + std::string(formula)), std::string::npos) << formula;
+    EXPECT_EQ(safe("=\"x\",y"), "\"'=\"\"x\"\",y\"");
+}
+
 TEST(CsvFormatter, WritesWhatReadsBackToTheSame) {
     std::mt19937 random(1);
     const char16_t alphabet[] = u"ab,\"\n\r\u00E9\u20AC 0123456789abcdefghijkl\uFEFF";
@@ -167,7 +209,7 @@ TEST(TextBlocks, BothFormsAgree) {
         char narrow[2][narrowUnits];
         const NarrowResult one = narrowBlock(at, narrow[0], ',', '"');
         const NarrowResult two = portable::narrowBlock(at, narrow[1], ',', '"');
-        EXPECT_EQ(one.ascii, two.ascii);
+        EXPECT_EQ(one.plain, two.plain);
         EXPECT_EQ(one.special, two.special);
         const uchar plain[2 * narrowUnits + 1] = {0, 'a', 0, ';', 0, 'c', 0, 0x7F, 0};
         narrowBlock(plain + 1, narrow[0], ',', '"');

@@ -11,7 +11,7 @@
 namespace velmorra {
 
 /// A source over bytes in memory that gives at most `piece` bytes at a time.
-inline CsvParser::ByteSource bytesSource(std::string bytes, qint64 piece) {
+inline ByteSource bytesSource(std::string bytes, qint64 piece) {
     return [bytes = std::move(bytes), piece, at = size_t(0)](uchar* to, qint64 room) mutable {
         const size_t most = size_t(std::min(room, piece));
         const size_t count = std::min(most, bytes.size() - at);

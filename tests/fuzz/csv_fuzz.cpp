@@ -1,5 +1,6 @@
 /// Parses any bytes as CSV, in large and in tiny pieces: the results must agree, and what was read
-/// as text must read back the same when it is written.
+/// as text must read back the same when it is written. Where broken rows are rejected, nothing ends
+/// the table; bytes in another encoding come back as they stood.
 #include "../engine/csv_text.h"
 
 #include "engine/csv/csv_formatter.h"
@@ -14,12 +15,26 @@ struct Result {
     std::string text;
     std::string problem;
     std::string written;
+    std::string rejected;
 };
 
-Result parse(const std::string& bytes, qint64 piece, int rows, bool typed) {
-    CsvSettings settings;
+struct Rejects : RejectedRows {
+    void begin(const QString&) override { bytes += '|'; }
+    bool take(const uchar* more, qsizetype size) override {
+        bytes.append(reinterpret_cast<const char*>(more), size_t(size));
+        return true;
+    }
+    QString failure() const override { return {}; }
+    std::string bytes;
+};
+
+Result parse(const std::string& bytes, qint64 piece, int rows, bool typed,
+             CsvSettings settings = {}, bool rejecting = false) {
     settings.fieldLimit = 4096;
     CsvParser parser(bytesSource(bytes, piece), QStringLiteral("'f'"), settings);
+    Rejects rejects;
+    if (rejecting)
+        parser.rejectTo(&rejects);
     const RowBatch& first = parser.readFirstRow();
     Result result;
     result.problem = first.problem.toStdString();
@@ -52,6 +67,7 @@ Result parse(const std::string& bytes, qint64 piece, int rows, bool typed) {
         }
     } while (batch.end == BatchEnd::More);
     result.problem = batch.problem.toStdString();
+    result.rejected = rejects.bytes;
     result.written.assign(formatter.bytes(), size_t(formatter.size()));
     return result;
 }
@@ -59,6 +75,45 @@ Result parse(const std::string& bytes, qint64 piece, int rows, bool typed) {
 void require(bool holds) {
     if (!holds)
         std::abort();
+}
+
+/// A dialect by a byte of the input, so that the search finds them all.
+CsvSettings dialectBy(unsigned char byte) {
+    CsvSettings settings;
+    const char delimiters[] = {',', ';', '\t', '|'};
+    const char quotes[] = {'"', '\'', CsvSettings::noQuote, '"'};
+    settings.delimiter = delimiters[byte & 3];
+    settings.quote = quotes[byte >> 2 & 3];
+    if ((byte & 16) != 0)
+        settings.comment = "#";
+    settings.decimal = (byte & 32) != 0 ? ',' : '.';
+    return settings;
+}
+
+void checkRejects(const std::string& bytes, const CsvSettings& settings) {
+    const Result whole = parse(bytes, 1 << 20, RowBatch::maxRows, true, settings, true);
+    const Result pieces = parse(bytes, 3, 2, true, settings, true);
+    require(whole.text == pieces.text && whole.rejected == pieces.rejected);
+    require(whole.problem.empty() == pieces.problem.empty());
+    const bool headerRead = !whole.text.empty() || !whole.rejected.empty();
+    require(!headerRead || whole.problem.empty());
+}
+
+void checkEncoding(const std::string& bytes, TextEncoding encoding) {
+    TextDecoder decoder(encoding, bytesSource(bytes, 5));
+    std::string decoded;
+    uchar part[32];
+    qint64 got = 1;
+    while (got > 0) {
+        got = decoder.read(part, sizeof part);
+        decoded.append(reinterpret_cast<const char*>(part), size_t(got > 0 ? got : 0));
+    }
+    if (got < 0)
+        return;
+    QByteArray back;
+    require(encodeText(encoding, decoded.data(), qsizetype(decoded.size()), &back) == -1);
+    require(back.toStdString() == bytes.substr(decoder.hadMark() ? 2 : 0));
+    parse(decoded, 1 << 20, RowBatch::maxRows, false);
 }
 
 } // namespace
@@ -75,5 +130,9 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
             require(again.problem.empty() && again.text == whole.text);
         }
     }
+    checkRejects(bytes, dialectBy(size > 0 ? data[size - 1] : 0));
+    checkRejects(bytes, {});
+    for (const TextEncoding encoding : {TextEncoding::Windows1252, TextEncoding::Utf16Le})
+        checkEncoding(bytes, encoding);
     return 0;
 }

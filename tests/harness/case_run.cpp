@@ -26,6 +26,7 @@ RunOptions optionsOf(Circumstance circumstance) {
         options.spoolEveryWire = true;
         options.spoolBlock = 64;
         options.spoolMemory = 0;
+        options.sortMemory = 1;
     }
     return options;
 }

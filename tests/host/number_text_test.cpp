@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -79,6 +80,33 @@ TEST(NumberText, EveryFloatReadsBackAndHasRoom) {
             const bool fixed = std::fabs(value) >= 1e-4 && std::fabs(value) < 1e16;
             EXPECT_EQ(text.find('e') == std::string::npos, fixed || std::isinf(value)) << text;
         }
+    }
+}
+
+/// The shortest digits as the language's library finds them.
+std::string libraryText(double value) {
+    const double size = std::fabs(value);
+    const bool fixed = size == 0 || (size >= 1e-4 && size < 1e16);
+    char out[numberTextRoom];
+    const auto format = fixed ? std::chars_format::fixed : std::chars_format::scientific;
+    return {out, std::to_chars(out, out + sizeof out, value, format).ptr};
+}
+
+TEST(NumberText, ShortDecimalsHaveTheSameDigitsAsTheLibraryGives) {
+    std::mt19937_64 random(12);
+    for (int round = 0; round < 60'000; ++round) {
+        // Decimals of up to 18 digits with the point anywhere, and the doubles beside them, for
+        // which the short way must not be taken.
+        const auto digits =
+            static_cast<double>(random() % quint64(std::pow(10, 1 + random() % 18)));
+        const double value = digits / std::pow(10, static_cast<int>(random() % 20));
+        for (const double number : {value, -value, std::nextafter(value, 1e300),
+                                    std::nextafter(value, 0), std::floor(value)})
+            ASSERT_EQ(textOf(number), libraryText(number));
+    }
+    for (double power = 1e-6; power < 1e18; power *= 10) {
+        for (const double number : {power, power - 1, power + 1, std::nextafter(power, 0)})
+            EXPECT_EQ(textOf(number), libraryText(number));
     }
 }
 

@@ -1,0 +1,65 @@
+/// FilterOnKey parts a table by whether its keys stand in a column of another table.
+///
+///     who | city     slaveKey="code"  mainKeys: city     pin 0 (found): Ann | BRU
+///     Ann | BRU                                          pin 2 (not):   Bob | XXX
+///     Bob | XXX      code
+///                    BRU
+///
+/// With several key columns a row goes to pin 0 when all keys are found, to pin 2 when none is, and
+/// to pin 1 when some are. Row by row, in order, rows unchanged; pin 1 is read whole before the
+/// first row. Keys are compared without conversion, and null is a key like any other. Holds the
+/// keys of pin 1, about 25 bytes each, and of texts the text besides.
+#pragma once
+
+#include "plugin/parallel_meeting.h"
+#include "plugin/plugin_action.h"
+#include "rows/key_index.h"
+
+#include <vector>
+
+class FilterOnKey final : public PluginAction<FilterOnKey, ActionIndex::FilterOnKey> {
+public:
+    FilterOnKey(const XMLNode& element, GlobalParameters* parameters);
+    static const StoredElement& declaration();
+
+    void rewindRun() override;
+    bool beforeRun() override;
+    bool afterRun() override;
+    char canRunInParallel(const QString& partitionColumn, bool* answer) override;
+
+    // What is stored.
+    bool checkUniquePKInSlaves = true;
+    bool truncate = false; ///< the first row that goes to pin 2 ends the run
+    bool approximate = true;
+    QString slaveKey;
+    QString mainKey; ///< of older files: the only main key
+    QStringList mainKeys;
+
+private:
+    enum OutPinNumber { AllFound, SomeFound, NoneFound, OutPinCount };
+    using Route = int (FilterOnKey::*)(const OneRow&) const;
+
+    bool firstStep();
+    bool nextStep();
+    bool resolve(const OneRow& row);
+    bool takeFromMaster();
+    bool findMainKeys(const OneRow& row, qint32 slaveType);
+    template <class Form>
+    bool loadKeys(const OneRow* slaveRow, int column);
+    bool sendOn(const OneRow& row, int pin);
+    void release();
+
+    template <class Form>
+    int routeByOne(const OneRow& row) const;
+    template <class Form>
+    int routeBySeveral(const OneRow& row) const;
+    int routeToNone(const OneRow&) const { return NoneFound; }
+
+    // What the first row resolved.
+    std::unique_ptr<KeyIndex> ownIndex_; ///< of a master
+    const KeyIndex* index_ = nullptr;
+    std::vector<int> keyColumns_;
+    Route route_ = nullptr;
+
+    ParallelMeeting meeting_{*this};
+};

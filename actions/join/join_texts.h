@@ -1,0 +1,46 @@
+/// Messages and limits that the joins share.
+#pragma once
+
+#include <QtCore/QChar>
+#include <QtCore/QString>
+
+/// Bytes of each block of the keys' memory.
+inline constexpr qint32 indexBlockSize = 0x300000;
+
+/// Largest size of a block of rows in KiB: in bytes it fits into 31 bits.
+inline constexpr int largestBlockSize = (1 << 21) - 1;
+
+/// Columns of a table.
+inline constexpr int mostColumns = 1 << 20;
+
+inline QString cannotFindColumn(const QString& name, int pin) {
+    return QLatin1String("Cannot find column '") + name + QLatin1String("' on pin ") +
+           QString::number(pin) + QLatin1Char('.');
+}
+
+inline QString noRowsOnPin(int pin) {
+    return QLatin1String("No rows on pin ") + QString::number(pin) + QLatin1Char('?');
+}
+
+inline QString keyTypesDiffer(qint32 mainType, qint32 slaveType) {
+    return QLatin1String("Metatype of keys do not match (") + QChar(char16_t(mainType)) +
+           QLatin1String("<>") + QChar(char16_t(slaveType)) + QLatin1String(").");
+}
+
+inline QString memoryError(const char* action) {
+    return QLatin1String(action) + QLatin1String(": Memory Allocation Error");
+}
+
+inline QString settingOutOfRange(const char* setting, int value, int least, int most) {
+    return QStringLiteral("ERROR: '%1' is %2; it must be from %3 to %4.\n")
+        .arg(QLatin1String(setting))
+        .arg(value)
+        .arg(least)
+        .arg(most);
+}
+
+inline QString tooManyColumnsOut(qint64 columns) {
+    return QStringLiteral("ERROR: %1 columns would come out; a table has at most %2.\n")
+        .arg(columns)
+        .arg(mostColumns);
+}

@@ -1,0 +1,23 @@
+#include "rows/block_chain.h"
+
+#include <algorithm>
+
+bool BlockChain::enterNewBlock(qint64 n) {
+    const qint64 size = std::max(n, blockSize_);
+    uchar* const block = bigMalloc(size);
+    if (block == nullptr)
+        return false;
+    blocks_.push_back(block);
+    next_ = block;
+    end_ = block + size;
+    bytes_ += size;
+    return true;
+}
+
+void BlockChain::release() {
+    for (uchar* const block : blocks_)
+        bigFree(block);
+    blocks_.clear();
+    next_ = end_ = nullptr;
+    bytes_ = 0;
+}
