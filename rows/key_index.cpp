@@ -133,7 +133,7 @@ KeyTable::Slot* KeyIndex::findSlot(const cell::TextView& text, quint32 hash) con
             return false;
         const cell::TextView key = cell::text(keyCell(slot.place));
         return key.length == text.length &&
-               std::memcmp(key.chars, text.chars, byteCount(text)) == 0;
+               (text.size() == 0 || std::memcmp(key.chars, text.chars, byteCount(text)) == 0);
     });
 }
 

@@ -158,7 +158,7 @@ KeyTable::Slot* SlaveTableStore::findSlot(const KeyTable& table, const cell::Tex
             return false;
         const cell::TextView key = cell::text(keyCell(slot));
         return key.length == text.length &&
-               std::memcmp(key.chars, text.chars, byteCount(text)) == 0;
+               (text.size() == 0 || std::memcmp(key.chars, text.chars, byteCount(text)) == 0);
     });
 }
 

@@ -91,7 +91,8 @@ Bytes textBytes(const Bytes& cellBytes) {
 
 std::u16string textOf(const Bytes& key) {
     std::u16string text(key.size() / 2, u' ');
-    std::memcpy(text.data(), key.data(), key.size());
+    if (!key.empty())
+        std::memcpy(text.data(), key.data(), key.size());
     return text;
 }
 
