@@ -63,9 +63,10 @@ void InMemoryJoin::rewindRun() {
 bool InMemoryJoin::beforeRun() {
     release();
     if (jm < LeftJoin || jm > InnerJoin)
-        return fail(settingOutOfRange("jm", jm, LeftJoin, InnerJoin));
+        return fail(outOfRange("jm", QString::number(jm), LeftJoin, InnerJoin));
     if (dataBlockSize < 1 || dataBlockSize > largestBlockSize)
-        return fail(settingOutOfRange("dataBlockSize", dataBlockSize, 1, largestBlockSize));
+        return fail(
+            outOfRange("dataBlockSize", QString::number(dataBlockSize), 1, largestBlockSize));
     return false;
 }
 
@@ -143,7 +144,7 @@ bool InMemoryJoin::resolve(const OneRow& row) {
         return true;
     const qint64 columnsOut = qint64(mainColumns_) + qint64(sources.size());
     if (columnsOut > mostColumns)
-        return fail(tooManyColumnsOut(columnsOut));
+        return fail(tooManyColumns(columnsOut));
     shapeOutput(row, slaveRow, sources);
     if (!mustComputeFull()) {
         for (size_t i = 0; i < sources.size(); ++i)

@@ -99,10 +99,10 @@ void IntervalJoin::rewindRun() {
 bool IntervalJoin::beforeRun() {
     release();
     if (mode < PointInIntervals || mode > PointsInInterval)
-        return fail(settingOutOfRange("mode", mode, PointInIntervals, PointsInInterval));
+        return fail(outOfRange("mode", QString::number(mode), PointInIntervals, PointsInInterval));
     if (outputMode < IntervalIndex::All || outputMode > IntervalIndex::HighestHigh)
-        return fail(settingOutOfRange("outputMode", outputMode, IntervalIndex::All,
-                                      IntervalIndex::HighestHigh));
+        return fail(outOfRange("outputMode", QString::number(outputMode), IntervalIndex::All,
+                               IntervalIndex::HighestHigh));
     return false;
 }
 
@@ -234,7 +234,7 @@ bool IntervalJoin::shapeOutput(const OneRow& row, Slave& slave) {
     }
     const qint64 columnsOut = qint64(mainColumns_) + qint64(slave.selected.size());
     if (columnsOut > mostColumns)
-        return !fail(tooManyColumnsOut(columnsOut));
+        return !fail(tooManyColumns(columnsOut));
     const bool sharesNominal = outputAllColumns && prefixSlave.isEmpty() &&
                                !partitionColumnMaster.isEmpty() &&
                                partitionColumnMaster == partitionColumnSlave;

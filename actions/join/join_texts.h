@@ -1,6 +1,8 @@
 /// Messages and limits that the joins share.
 #pragma once
 
+#include "plugin/bounds.h"
+
 #include <QtCore/QChar>
 #include <QtCore/QString>
 
@@ -9,9 +11,6 @@ inline constexpr qint32 indexBlockSize = 0x300000;
 
 /// Largest size of a block of rows in KiB: in bytes it fits into 31 bits.
 inline constexpr int largestBlockSize = (1 << 21) - 1;
-
-/// Columns of a table.
-inline constexpr int mostColumns = 1 << 20;
 
 inline QString cannotFindColumn(const QString& name, int pin) {
     return QLatin1String("Cannot find column '") + name + QLatin1String("' on pin ") +
@@ -29,18 +28,4 @@ inline QString keyTypesDiffer(qint32 mainType, qint32 slaveType) {
 
 inline QString memoryError(const char* action) {
     return QLatin1String(action) + QLatin1String(": Memory Allocation Error");
-}
-
-inline QString settingOutOfRange(const char* setting, int value, int least, int most) {
-    return QStringLiteral("ERROR: '%1' is %2; it must be from %3 to %4.\n")
-        .arg(QLatin1String(setting))
-        .arg(value)
-        .arg(least)
-        .arg(most);
-}
-
-inline QString tooManyColumnsOut(qint64 columns) {
-    return QStringLiteral("ERROR: %1 columns would come out; a table has at most %2.\n")
-        .arg(columns)
-        .arg(mostColumns);
 }

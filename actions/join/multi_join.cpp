@@ -123,7 +123,7 @@ bool MultiJoin::beforeRun() {
     release();
     if (dataBlockSize >= 1 && dataBlockSize <= largestBlockSize)
         return false;
-    return fail(settingOutOfRange("dataBlockSize", dataBlockSize, 1, largestBlockSize));
+    return fail(outOfRange("dataBlockSize", QString::number(dataBlockSize), 1, largestBlockSize));
 }
 
 bool MultiJoin::resolve(const OneRow& row) {
@@ -285,7 +285,7 @@ bool MultiJoin::shapeOutput(const OneRow& row) {
     }
     resolved_.clear();
     if (columns > mostColumns)
-        return !fail(tooManyColumnsOut(columns));
+        return !fail(tooManyColumns(columns));
     OneRow& out = *getOutputRowForOutputPin(0);
     out.copyFrom(row);
     out.setNumberOfColumns(static_cast<int>(columns));

@@ -1,6 +1,6 @@
 #include "actions/shape/append.h"
 
-#include "actions/shape/bounds.h"
+#include "plugin/bounds.h"
 
 #include <algorithm>
 #include <numeric>

@@ -1,5 +1,7 @@
 #include "actions/shape/column_rename.h"
 
+#include "plugin/bounds.h"
+
 #include <QtCore/QSet>
 
 #include <algorithm>
@@ -105,10 +107,7 @@ bool ColumnRename::beforeRun() {
         }
     }
     if (caseMode < AsIs || caseMode > TitleCase) {
-        MainUI::addLog(1, QStringLiteral("ERROR: 'caseMode' is %1; it must be from %2 to %3.\n")
-                              .arg(caseMode)
-                              .arg(int(AsIs))
-                              .arg(int(TitleCase)));
+        MainUI::addLog(1, outOfRange("caseMode", QString::number(caseMode), AsIs, TitleCase));
         return true;
     }
     return false;

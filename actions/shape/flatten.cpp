@@ -1,7 +1,7 @@
 #include "actions/shape/flatten.h"
 
-#include "actions/shape/bounds.h"
 #include "host/number_parser.h"
+#include "plugin/bounds.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #include "actions/shape/split.h"
 
-#include "actions/shape/bounds.h"
+#include "plugin/bounds.h"
 
 #include <algorithm>
 

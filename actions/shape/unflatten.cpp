@@ -1,6 +1,6 @@
 #include "actions/shape/unflatten.h"
 
-#include "actions/shape/bounds.h"
+#include "plugin/bounds.h"
 #include "plugin/partition_run.h"
 
 #include <QtCore/QHash>
