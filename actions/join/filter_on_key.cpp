@@ -26,7 +26,7 @@ const StoredElement& FilterOnKey::declaration() {
 }
 
 FilterOnKey::FilterOnKey(const XMLNode& element, GlobalParameters* parameters)
-    : PluginAction(element, parameters) {
+    : FirstRowAction(element, parameters) {
     nPinIn = 2;
     nPinOut = OutPinCount;
     readStored(declaration());
@@ -34,18 +34,7 @@ FilterOnKey::FilterOnKey(const XMLNode& element, GlobalParameters* parameters)
         mainKeys.push_back(mainKey);
 }
 
-void FilterOnKey::rewindRun() {
-    meeting_.rewind();
-    setStep<&FilterOnKey::firstStep>();
-}
-
 bool FilterOnKey::beforeRun() {
-    release();
-    return false;
-}
-
-bool FilterOnKey::afterRun() {
-    meeting_.part();
     release();
     return false;
 }
@@ -62,34 +51,19 @@ char FilterOnKey::canRunInParallel(const QString&, bool* answer) {
     return 0;
 }
 
-bool FilterOnKey::firstStep() {
-    const OneRow* const row = getNextRowFromInPin(0);
-    bool ready = row != nullptr;
-    if (isParallelCopy()) {
-        ready = ready && takeFromMaster();
-    } else {
-        ready = ready && resolve(*row);
-        meeting_.letCopiesGo();
-    }
-    if (!ready || !isRunning())
-        return true;
-    setStep<&FilterOnKey::nextStep>();
-    if (mustComputeFull())
-        return sendOn(*row, (this->*route_)(*row));
-    for (int pin = 0; pin < OutPinCount; ++pin)
-        setRowReadyForOutput(pin);
-    return true;
-}
-
-bool FilterOnKey::takeFromMaster() {
-    if (!meeting_.meetMaster())
-        return false;
-    const auto& master = static_cast<const FilterOnKey&>(*parallelGroup->masterAction);
+void FilterOnKey::takeFrom(const FilterOnKey& master) {
     index_ = master.index_;
     keyColumns_ = master.keyColumns_;
     route_ = master.route_;
-    copyMetaFromMasterAction();
-    return route_ != nullptr;
+}
+
+bool FilterOnKey::begin(const OneRow& row) {
+    setStep<&FilterOnKey::nextStep>();
+    if (mustComputeFull())
+        return sendOn(row, (this->*route_)(row));
+    for (int pin = 0; pin < OutPinCount; ++pin)
+        setRowReadyForOutput(pin);
+    return true;
 }
 
 bool FilterOnKey::resolve(const OneRow& row) {

@@ -11,20 +11,17 @@
 /// keys of pin 1, about 25 bytes each, and of texts the text besides.
 #pragma once
 
-#include "plugin/parallel_meeting.h"
-#include "plugin/plugin_action.h"
+#include "plugin/first_row_action.h"
 #include "rows/key_index.h"
 
 #include <vector>
 
-class FilterOnKey final : public PluginAction<FilterOnKey, ActionIndex::FilterOnKey> {
+class FilterOnKey final : public FirstRowAction<FilterOnKey, ActionIndex::FilterOnKey> {
 public:
     FilterOnKey(const XMLNode& element, GlobalParameters* parameters);
     static const StoredElement& declaration();
 
-    void rewindRun() override;
     bool beforeRun() override;
-    bool afterRun() override;
     char canRunInParallel(const QString& partitionColumn, bool* answer) override;
 
     // What is stored.
@@ -36,18 +33,22 @@ public:
     QStringList mainKeys;
 
 private:
+    friend FirstRowAction;
+
+    // Called by the frame.
+    bool resolve(const OneRow& row);
+    void takeFrom(const FilterOnKey& master);
+    bool begin(const OneRow& row);
+    void release();
+
     enum OutPinNumber { AllFound, SomeFound, NoneFound, OutPinCount };
     using Route = int (FilterOnKey::*)(const OneRow&) const;
 
-    bool firstStep();
     bool nextStep();
-    bool resolve(const OneRow& row);
-    bool takeFromMaster();
     bool findMainKeys(const OneRow& row, qint32 slaveType);
     template <class Form>
     bool loadKeys(const OneRow* slaveRow, int column);
     bool sendOn(const OneRow& row, int pin);
-    void release();
 
     template <class Form>
     int routeByOne(const OneRow& row) const;
@@ -60,6 +61,4 @@ private:
     const KeyIndex* index_ = nullptr;
     std::vector<int> keyColumns_;
     Route route_ = nullptr;
-
-    ParallelMeeting meeting_{*this};
 };

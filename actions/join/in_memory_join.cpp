@@ -50,14 +50,9 @@ const StoredElement& InMemoryJoin::declaration() {
 }
 
 InMemoryJoin::InMemoryJoin(const XMLNode& element, GlobalParameters* parameters)
-    : PluginAction(element, parameters) {
+    : FirstRowAction(element, parameters) {
     nPinIn = 2;
     readStored(declaration());
-}
-
-void InMemoryJoin::rewindRun() {
-    meeting_.rewind();
-    setStep<&InMemoryJoin::firstStep>();
 }
 
 bool InMemoryJoin::beforeRun() {
@@ -70,19 +65,14 @@ bool InMemoryJoin::beforeRun() {
     return false;
 }
 
-bool InMemoryJoin::afterRun() {
-    meeting_.part();
-    release();
-    return false;
-}
-
 void InMemoryJoin::release() {
     ownIndex_.reset();
     slaveRows_.reset();
     index_ = nullptr;
     releaseDescriptor(pack_);
     nullCells_.clear();
-    restStep_ = nullptr;
+    handle_ = nullptr;
+    nextRowStep_ = nullptr;
     nextDuplicate_ = nullptr;
 }
 
@@ -91,90 +81,76 @@ char InMemoryJoin::canRunInParallel(const QString&, bool* answer) {
     return 0;
 }
 
-bool InMemoryJoin::firstStep() {
-    if (isParallelCopy())
-        return !takeFromMaster() || runStep(this);
-    const OneRow* const row = getNextRowFromInPin(0);
-    setStep<&InMemoryJoin::finishStep>();
-    const bool isDone = row == nullptr || resolve(*row);
-    if (restStep_ == nullptr)
-        restStep_ = runStep;
-    meeting_.letCopiesGo();
-    return isDone || !isRunning();
-}
-
-bool InMemoryJoin::takeFromMaster() {
-    if (!meeting_.meetMaster())
-        return false;
-    const auto& master = static_cast<const InMemoryJoin&>(*parallelGroup->masterAction);
+void InMemoryJoin::takeFrom(const InMemoryJoin& master) {
     mainColumns_ = master.mainColumns_;
     mainKeyColumn_ = master.mainKeyColumn_;
     nullCells_ = master.nullCells_;
     index_ = master.index_;
     copyDescriptor(pack_, master.pack_);
-    copyMetaFromMasterAction();
     outputCells_ = getOutputRowForOutputPin(0)->cells;
-    restStep_ = master.restStep_;
-    runStep = restStep_;
+    handle_ = master.handle_;
+    nextRowStep_ = master.nextRowStep_;
+}
+
+bool InMemoryJoin::begin(const OneRow& row) {
+    runStep = nextRowStep_;
+    if (mustComputeFull())
+        return (this->*handle_)(row);
+    setRowReadyForOutput(0);
     return true;
 }
 
-/// True when the Action has finished.
 bool InMemoryJoin::resolve(const OneRow& row) {
     mainColumns_ = row.sz();
     const OneRow* const slaveRow = nextRowToDrain(1);
     if (slaveRow == nullptr)
-        return !isRunning() || passThrough(row);
+        return isRunning() && resolveWithoutSlaves(row);
     const QString mainName = expandString(mainKey);
     mainKeyColumn_ = row.getIndexOfColumn(mainName);
     if (mainKeyColumn_ < 0)
-        return fail(cannotFindColumn(mainName, 0));
+        return !fail(cannotFindColumn(mainName, 0));
     const QString slaveName = expandString(slaveKey);
     const int keyColumn = slaveRow->getIndexOfColumn(slaveName);
     if (keyColumn < 0)
-        return fail(cannotFindColumn(slaveName, 1));
+        return !fail(cannotFindColumn(slaveName, 1));
     const qint32 mainType = row.getMetaType(mainKeyColumn_).type;
     const qint32 slaveType = slaveRow->getMetaType(keyColumn).type;
     if (mainType != slaveType) {
         MainUI::addLog(4, keyTypesDiffer(mainType, slaveType));
-        return failLogged();
+        return !failLogged();
     }
     std::vector<qint32> sources;
     if (!selectColumns(*slaveRow, slaveName, keyColumn, sources))
-        return true;
+        return false;
     const qint64 columnsOut = qint64(mainColumns_) + qint64(sources.size());
     if (columnsOut > mostColumns)
-        return fail(tooManyColumns(columnsOut));
+        return !fail(tooManyColumns(columnsOut));
     shapeOutput(row, slaveRow, sources);
     if (!mustComputeFull()) {
         for (size_t i = 0; i < sources.size(); ++i)
             outputCells_[static_cast<size_t>(mainColumns_) + i] = slaveRow->cells[sources[i]];
-        setRowReadyForOutput(0);
         return true;
     }
     return withKeyForm(slaveType, [&](auto form) {
         using Form = decltype(form);
-        if (!load<Form>(slaveRow, keyColumn))
-            return true;
         if (jm == InnerJoin)
-            setStep<&InMemoryJoin::keyStep<Form, true>>();
+            handleRowsWith<&InMemoryJoin::join<Form, true>>();
         else
-            setStep<&InMemoryJoin::keyStep<Form, false>>();
-        restStep_ = runStep;
-        return jm == InnerJoin ? join<Form, true>(row) : join<Form, false>(row);
+            handleRowsWith<&InMemoryJoin::join<Form, false>>();
+        return load<Form>(slaveRow, keyColumn);
     });
 }
 
-/// Without rows on pin 1, those of pin 0 go through in a left join. True when there are none.
-bool InMemoryJoin::passThrough(const OneRow& row) {
+/// Without rows on pin 1, those of pin 0 go through in a left join.
+bool InMemoryJoin::resolveWithoutSlaves(const OneRow& row) {
     MainUI::addLog(2, noRowsOnPin(1));
     hasWarning = true;
     shapeOutput(row, nullptr, {});
-    if (jm == InnerJoin && mustComputeFull())
-        return true;
-    setStep<&InMemoryJoin::passStep>();
-    setRowReadyForOutput(0);
-    return false;
+    if (jm == InnerJoin)
+        handleRowsWith<&InMemoryJoin::finish>();
+    else
+        handleRowsWith<&InMemoryJoin::passOn>();
+    return true;
 }
 
 bool InMemoryJoin::selectColumns(const OneRow& slaveRow, const QString& keyName, int keyColumn,
@@ -241,10 +217,17 @@ bool InMemoryJoin::storeRow(const OneRow& slaveRow, uchar* payload) {
     return true;
 }
 
-template <class Form, bool isInner>
-bool InMemoryJoin::keyStep() {
+template <auto Handle>
+void InMemoryJoin::handleRowsWith() {
+    handle_ = Handle;
+    setStep<&InMemoryJoin::nextRowStep<Handle>>();
+    nextRowStep_ = runStep;
+}
+
+template <auto Handle>
+bool InMemoryJoin::nextRowStep() {
     const OneRow* const row = getNextRowFromInPin(0);
-    return row == nullptr || join<Form, isInner>(*row);
+    return row == nullptr || (this->*Handle)(*row);
 }
 
 /// Never true: the input has more rows until it says otherwise.
@@ -268,7 +251,7 @@ void InMemoryJoin::handOn(const uchar* payload) {
     if (nextDuplicate_ != nullptr)
         setStep<&InMemoryJoin::duplicateStep>();
     else
-        runStep = restStep_;
+        runStep = nextRowStep_;
     unpackRow(pack_, outputCells_ + mainColumns_, packedRow(payload));
     setRowReadyForOutput(0);
 }
@@ -278,11 +261,8 @@ bool InMemoryJoin::duplicateStep() {
     return false;
 }
 
-bool InMemoryJoin::passStep() {
-    const OneRow* const row = getNextRowFromInPin(0);
-    if (row == nullptr)
-        return true;
-    std::copy_n(row->cells, mainColumns_, outputCells_);
+bool InMemoryJoin::passOn(const OneRow& row) {
+    std::copy_n(row.cells, mainColumns_, outputCells_);
     setRowReadyForOutput(0);
     return false;
 }

@@ -12,22 +12,19 @@
 /// columns of pin 1, packed, and about 45 bytes a row.
 #pragma once
 
-#include "plugin/parallel_meeting.h"
-#include "plugin/plugin_action.h"
+#include "plugin/first_row_action.h"
 #include "rows/block_chain.h"
 #include "rows/key_index.h"
 #include "rows/packed_row.h"
 
 #include <vector>
 
-class InMemoryJoin final : public PluginAction<InMemoryJoin, ActionIndex::InMemoryJoin> {
+class InMemoryJoin final : public FirstRowAction<InMemoryJoin, ActionIndex::InMemoryJoin> {
 public:
     InMemoryJoin(const XMLNode& element, GlobalParameters* parameters);
     static const StoredElement& declaration();
 
-    void rewindRun() override;
     bool beforeRun() override;
-    bool afterRun() override;
     char canRunInParallel(const QString& partitionColumn, bool* answer) override;
 
     // What is stored.
@@ -38,20 +35,27 @@ public:
     QStringList columns;
 
 private:
+    friend FirstRowAction;
+
+    // Called by the frame.
+    bool resolve(const OneRow& row);
+    void takeFrom(const InMemoryJoin& master);
+    bool begin(const OneRow& row);
+    void release();
+
     enum JoinMode { LeftJoin, InnerJoin };
 
-    bool firstStep();
-    bool passStep();
-    bool finishStep() { return true; }
     bool duplicateStep();
-    template <class Form, bool isInner>
-    bool keyStep();
+    template <auto Handle>
+    void handleRowsWith();
+    template <auto Handle>
+    bool nextRowStep();
+    bool passOn(const OneRow& row);
+    bool finish(const OneRow&) { return true; }
     template <class Form, bool isInner>
     bool join(const OneRow& row);
 
-    bool resolve(const OneRow& row);
-    bool passThrough(const OneRow& row);
-    bool takeFromMaster();
+    bool resolveWithoutSlaves(const OneRow& row);
     bool selectColumns(const OneRow& slaveRow, const QString& keyName, int keyColumn,
                        std::vector<qint32>& sources);
     void shapeOutput(const OneRow& row, const OneRow* slaveRow, const std::vector<qint32>& sources);
@@ -59,7 +63,6 @@ private:
     bool load(const OneRow* slaveRow, int keyColumn);
     bool storeRow(const OneRow& slaveRow, uchar* payload);
     void handOn(const uchar* payload);
-    void release();
 
     // What the first row resolved.
     int mainColumns_ = 0;
@@ -69,11 +72,10 @@ private:
     std::unique_ptr<KeyIndex> ownIndex_; ///< of a master
     std::unique_ptr<BlockChain> slaveRows_;
     const KeyIndex* index_ = nullptr;
-    Step restStep_ = nullptr; ///< the step that reads the next row of pin 0
+    bool (InMemoryJoin::*handle_)(const OneRow&) = nullptr; ///< joins a row of pin 0
+    Step nextRowStep_ = nullptr;                            ///< reads the next one and joins it
 
     // What changes by row.
     const uchar** outputCells_ = nullptr;
     const uchar* nextDuplicate_ = nullptr; ///< of the row of pin 0 that is being joined
-
-    ParallelMeeting meeting_{*this};
 };

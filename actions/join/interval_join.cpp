@@ -86,14 +86,9 @@ const StoredElement& IntervalJoin::declaration() {
 }
 
 IntervalJoin::IntervalJoin(const XMLNode& element, GlobalParameters* parameters)
-    : PluginAction(element, parameters) {
+    : FirstRowAction(element, parameters) {
     nPinIn = 2;
     readStored(declaration());
-}
-
-void IntervalJoin::rewindRun() {
-    meeting_.rewind();
-    setStep<&IntervalJoin::firstStep>();
 }
 
 bool IntervalJoin::beforeRun() {
@@ -103,12 +98,6 @@ bool IntervalJoin::beforeRun() {
     if (outputMode < IntervalIndex::All || outputMode > IntervalIndex::HighestHigh)
         return fail(outOfRange("outputMode", QString::number(outputMode), IntervalIndex::All,
                                IntervalIndex::HighestHigh));
-    return false;
-}
-
-bool IntervalJoin::afterRun() {
-    meeting_.part();
-    release();
     return false;
 }
 
@@ -127,35 +116,7 @@ void IntervalJoin::release() {
     left_ = {};
 }
 
-char IntervalJoin::canRunInParallel(const QString&, bool* answer) {
-    *answer = true;
-    return 0;
-}
-
-bool IntervalJoin::firstStep() {
-    const OneRow* const row = getNextRowFromInPin(0);
-    bool ready = row != nullptr;
-    if (isParallelCopy()) {
-        ready = ready && takeFromMaster();
-    } else {
-        ready = ready && resolve(*row);
-        meeting_.letCopiesGo();
-    }
-    if (!ready || !isRunning() || state_ == Finished)
-        return true;
-    if (state_ == Joining) {
-        setStep<&IntervalJoin::rowStep>();
-        return join(*row);
-    }
-    setStep<&IntervalJoin::passStep>();
-    passOn(*row);
-    return !mustComputeFull();
-}
-
-bool IntervalJoin::takeFromMaster() {
-    if (!meeting_.meetMaster())
-        return false;
-    const auto& master = static_cast<const IntervalJoin&>(*parallelGroup->masterAction);
+void IntervalJoin::takeFrom(const IntervalJoin& master) {
     mainColumns_ = master.mainColumns_;
     mainLowColumn_ = master.mainLowColumn_;
     mainHighColumn_ = master.mainHighColumn_;
@@ -164,9 +125,19 @@ bool IntervalJoin::takeFromMaster() {
     state_ = master.state_;
     partitionTable_ = master.partitionTable_;
     onlyPartition_ = master.onlyPartition_;
-    copyMetaFromMasterAction();
     out_ = getOutputRowForOutputPin(0);
-    return true;
+}
+
+bool IntervalJoin::begin(const OneRow& row) {
+    if (state_ == Finished)
+        return true;
+    if (state_ == Joining) {
+        setStep<&IntervalJoin::rowStep>();
+        return join(row);
+    }
+    setStep<&IntervalJoin::passStep>();
+    passOn(row);
+    return !mustComputeFull();
 }
 
 /// Finds columns, shapes the output and reads pin 1. False when the Action has failed.

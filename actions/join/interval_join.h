@@ -10,23 +10,19 @@
 /// the chosen columns of pin 1 and, for an interval, about 100 bytes, however deeply they nest.
 #pragma once
 
-#include "plugin/parallel_meeting.h"
-#include "plugin/plugin_action.h"
+#include "plugin/first_row_action.h"
 #include "rows/block_chain.h"
 #include "rows/interval_index.h"
 #include "rows/key_index.h"
 
 #include <vector>
 
-class IntervalJoin final : public PluginAction<IntervalJoin, ActionIndex::IntervalJoin> {
+class IntervalJoin final : public FirstRowAction<IntervalJoin, ActionIndex::IntervalJoin> {
 public:
     IntervalJoin(const XMLNode& element, GlobalParameters* parameters);
     static const StoredElement& declaration();
 
-    void rewindRun() override;
     bool beforeRun() override;
-    bool afterRun() override;
-    char canRunInParallel(const QString& partitionColumn, bool* answer) override;
 
     // What is stored.
     int mode = 0;
@@ -38,6 +34,14 @@ public:
     QStringList columns;
 
 private:
+    friend FirstRowAction;
+
+    // Called by the frame.
+    bool resolve(const OneRow& row);
+    void takeFrom(const IntervalJoin& master);
+    bool begin(const OneRow& row);
+    void release();
+
     enum Mode { PointInIntervals, IntervalInIntervals, PointsInInterval };
 
     /// The rows of pin 1 with one value of the nominal key, or all of them.
@@ -48,13 +52,11 @@ private:
     };
     struct Slave;
 
-    bool firstStep();
     bool passStep();
     bool rowStep();
     bool listStep();
     bool pointStep();
 
-    bool resolve(const OneRow& row);
     bool findSlaveColumns(Slave& slave);
     bool findNominalKeys(const OneRow& row, Slave& slave);
     bool shapeOutput(const OneRow& row, Slave& slave);
@@ -68,8 +70,6 @@ private:
     bool refuse(const char* what, qint64 number);
     void warnOfEqualBounds(double bound, qint64 number);
     bool storeRow(Partition& partition, const Slave& slave);
-    bool takeFromMaster();
-    void release();
 
     bool join(const OneRow& row);
     bool readMain(const OneRow& row, int column, const QString& name, double& value);
@@ -106,6 +106,4 @@ private:
     IntervalIndex::Overlaps left_; ///< what is still to be handed on for this row
     qsizetype point_ = 0;          ///< the place of the next point
     double upperForPoints_ = 0;
-
-    ParallelMeeting meeting_{*this};
 };

@@ -45,6 +45,7 @@ public:
     bool outputSlaveKey = false;
 
 private:
+    friend FirstRowAction;
     friend RowByRowAction;
 
     using Lookup = const uchar* (*)(const SlaveTableStore&, int slot, const OneRow&, int column);

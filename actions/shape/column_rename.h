@@ -34,6 +34,7 @@ public:
     int caseMode = AsIs;
 
 private:
+    friend FirstRowAction;
     friend RowByRowAction;
     struct Renaming;
 

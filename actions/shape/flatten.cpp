@@ -114,7 +114,7 @@ const StoredElement& Flatten::declaration() {
 }
 
 Flatten::Flatten(const XMLNode& element, GlobalParameters* parameters)
-    : PluginAction(element, parameters) {
+    : FirstRowAction(element, parameters) {
     readStored(declaration());
     nPinIn = advancedMode ? 4 : 2;
 }
@@ -133,17 +133,14 @@ bool Flatten::beforeRun() {
     return false;
 }
 
-bool Flatten::afterRun() {
-    meeting_.part();
+void Flatten::release() {
     resolved_.reset();
     cells_.deepReset(0);
     seen_ = {};
-    return false;
 }
 
-void Flatten::rewindRun() {
-    meeting_.rewind();
-    setStep<&Flatten::firstStep>();
+void Flatten::takeFrom(const Flatten& master) {
+    resolved_ = master.resolved_;
 }
 
 char Flatten::canRunInParallel(const QString& partitionColumn, bool* answer) {
@@ -163,27 +160,13 @@ char Flatten::fullTableRequiredToComputeMetas(int pin, bool* answer) {
     return 0;
 }
 
-bool Flatten::firstStep() {
-    const OneRow* const row = getNextRowFromInPin(0);
-    bool ready = row != nullptr;
-    if (isParallelCopy()) {
-        ready = ready && meeting_.meetMaster();
-        if (ready) {
-            resolved_ = static_cast<const Flatten&>(*parallelGroup->masterAction).resolved_;
-            copyMetaFromMasterAction();
-        }
-    } else {
-        ready = ready && resolve(*row);
-        meeting_.letCopiesGo();
-    }
-    if (!ready || !isRunning())
-        return true;
-    startRun(*row);
+bool Flatten::begin(const OneRow& row) {
+    startRun(row);
     setStep<&Flatten::groupStep>();
     if (mustComputeFull())
         return groupStep();
-    beginGroup(*row);
-    addRow(*row);
+    beginGroup(row);
+    addRow(row);
     setRowReadyForOutput(0);
     return true;
 }

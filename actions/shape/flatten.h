@@ -14,14 +14,13 @@
 #pragma once
 
 #include "actions/shape/category_index.h"
-#include "plugin/parallel_meeting.h"
+#include "plugin/first_row_action.h"
 #include "plugin/partition_run.h"
-#include "plugin/plugin_action.h"
 
 #include <memory>
 #include <vector>
 
-class Flatten final : public PluginAction<Flatten, ActionIndex::Flatten> {
+class Flatten final : public FirstRowAction<Flatten, ActionIndex::Flatten> {
 public:
     enum Naming : int { CategoryFirst, ColumnFirst, CategoryAlone };
     enum Groups : int { AllGroups, GroupsWithAllCategories, GroupsWithAnyCategory };
@@ -30,8 +29,6 @@ public:
     static const StoredElement& declaration();
 
     bool beforeRun() override;
-    bool afterRun() override;
-    void rewindRun() override;
     char canRunInParallel(const QString& partitionColumn, bool* answer) override;
     char fullTableRequiredToComputeMetas(int pin, bool* answer) override;
 
@@ -47,15 +44,21 @@ public:
     bool advancedMode = false;      ///< there are pins 2 and 3
 
 private:
+    friend FirstRowAction;
+
+    // Called by the frame.
+    bool resolve(const OneRow& row);
+    void takeFrom(const Flatten& master);
+    bool begin(const OneRow& row);
+    void release();
+
     /// What the first row resolves, which copies share with their master.
     struct Resolved;
     struct Column;
     struct CategoryTable;
 
-    bool firstStep();
     bool groupStep();
 
-    bool resolve(const OneRow& row);
     bool readCategories(Resolved& found, CategoryTable& table);
     bool appendNames(int pin, QStringList& names);
     bool resolveKey(const OneRow& row, Resolved& found);
@@ -73,8 +76,6 @@ private:
     void endGroup();
     const uchar* copied(const uchar* cell, qint32 metaType);
     const uchar* copiedOver(const uchar* earlier, const uchar* cell, qint32 metaType);
-
-    ParallelMeeting meeting_{*this};
 
     // What the first row resolved.
     std::shared_ptr<const Resolved> resolved_;

@@ -28,6 +28,7 @@ public:
     bool abort = true; ///< a missing column to drop is an error; else a warning
 
 private:
+    friend FirstRowAction;
     friend RowByRowAction;
 
     bool resolve(const OneRow& row);

@@ -31,6 +31,7 @@ public:
     QStringList columns;
 
 private:
+    friend FirstRowAction;
     friend RowByRowAction;
 
     /// A column to split.

@@ -53,27 +53,15 @@ const StoredElement& Unflatten::declaration() {
 }
 
 Unflatten::Unflatten(const XMLNode& element, GlobalParameters* parameters)
-    : PluginAction(element, parameters) {
+    : FirstRowAction(element, parameters) {
     nPinIn = 2;
     readStored(declaration());
 }
 
-bool Unflatten::afterRun() {
-    meeting_.part();
+void Unflatten::release() {
     nameCells_.deepReset(0);
     runSets_ = {};
     commonInputs_ = {};
-    return false;
-}
-
-void Unflatten::rewindRun() {
-    meeting_.rewind();
-    setStep<&Unflatten::firstStep>();
-}
-
-char Unflatten::canRunInParallel(const QString&, bool* answer) {
-    *answer = true;
-    return 0;
 }
 
 char Unflatten::fullTableRequiredToComputeMetas(int pin, bool* answer) {
@@ -81,32 +69,17 @@ char Unflatten::fullTableRequiredToComputeMetas(int pin, bool* answer) {
     return 0;
 }
 
-bool Unflatten::firstStep() {
-    const OneRow* const row = getNextRowFromInPin(0);
-    bool ready = row != nullptr;
-    if (isParallelCopy()) {
-        ready = ready && takeFromMaster();
-    } else {
-        ready = ready && resolve(*row);
-        meeting_.letCopiesGo();
-    }
-    if (!ready || !isRunning())
-        return true;
-    setStep<&Unflatten::nextStep>();
-    takeRow(*row);
-    passOnSet(*row);
-    return !mustComputeFull();
-}
-
-bool Unflatten::takeFromMaster() {
-    if (!meeting_.meetMaster())
-        return false;
-    const auto& master = static_cast<const Unflatten&>(*parallelGroup->masterAction);
+void Unflatten::takeFrom(const Unflatten& master) {
     runSets_ = master.runSets_;
     commonInputs_ = master.commonInputs_;
     nullsToSkip_ = master.nullsToSkip_;
-    copyMetaFromMasterAction();
-    return true;
+}
+
+bool Unflatten::begin(const OneRow& row) {
+    setStep<&Unflatten::nextStep>();
+    takeRow(row);
+    passOnSet(row);
+    return !mustComputeFull();
 }
 
 bool Unflatten::resolve(const OneRow& row) {

@@ -11,12 +11,11 @@
 /// pass by pointer; holds the names of the sets.
 #pragma once
 
-#include "plugin/parallel_meeting.h"
-#include "plugin/plugin_action.h"
+#include "plugin/first_row_action.h"
 
 #include <vector>
 
-class Unflatten final : public PluginAction<Unflatten, ActionIndex::Unflatten> {
+class Unflatten final : public FirstRowAction<Unflatten, ActionIndex::Unflatten> {
 public:
     struct UnflattenSet {
         QString name;
@@ -26,9 +25,6 @@ public:
     Unflatten(const XMLNode& element, GlobalParameters* parameters);
     static const StoredElement& declaration();
 
-    bool afterRun() override;
-    void rewindRun() override;
-    char canRunInParallel(const QString& partitionColumn, bool* answer) override;
     /// Where no set is stored, the columns of the first one stand on pin 1.
     char fullTableRequiredToComputeMetas(int pin, bool* answer) override;
 
@@ -42,6 +38,14 @@ public:
     std::vector<UnflattenSet> sets;
 
 private:
+    friend FirstRowAction;
+
+    // Called by the frame.
+    bool resolve(const OneRow& row);
+    void takeFrom(const Unflatten& master);
+    bool begin(const OneRow& row);
+    void release();
+
     /// A set as it is used in a run.
     struct RunSet {
         QString name;
@@ -50,11 +54,8 @@ private:
         const uchar* nameCell = nullptr;
     };
 
-    bool firstStep();
     bool nextStep();
 
-    bool resolve(const OneRow& row);
-    bool takeFromMaster();
     bool addSetsOfPin1();
     bool isPin1Sorted(const OneRow& row);
     void addRowOfPin1(const OneRow& row, bool startsSet);
@@ -67,8 +68,6 @@ private:
 
     void takeRow(const OneRow& row);
     void passOnSet(const OneRow& row);
-
-    ParallelMeeting meeting_{*this};
 
     // What the first row resolved.
     std::vector<RunSet> runSets_;
