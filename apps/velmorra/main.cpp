@@ -12,8 +12,24 @@
 
 #include <csignal>
 
+#include <sys/resource.h>
+
+namespace {
+
+/// A graph may read and write many files at once.
+void allowAllOpenFiles() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+} // namespace
+
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
+    allowAllOpenFiles();
     const QCoreApplication application(argc, argv);
     std::vector<std::unique_ptr<Command>> commands;
     commands.push_back(std::make_unique<RunCommand>());

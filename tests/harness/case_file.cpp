@@ -1,5 +1,6 @@
 #include "tests/harness/case_file.h"
 
+#include "host/gel/gel_writer.h"
 #include "tests/harness/typed_table.h"
 
 #include <QtCore/QFile>
@@ -85,6 +86,8 @@ private:
                 error = QStringLiteral("a parameter is written name=value");
             else
                 case_.parameters.push_back({setting.left(equals), setting.mid(equals + 1)});
+        } else if (kind == QLatin1String("file")) {
+            storeTable(section);
         } else if (kind == QLatin1String("in")) {
             case_.inputs[place(section, 0)] = table(section);
         } else if (kind == QLatin1String("out")) {
@@ -132,6 +135,16 @@ private:
             line = section.line + 1 + read.line;
         }
         return read.table;
+    }
+
+    void storeTable(const Section& section) {
+        if (case_.files == nullptr) {
+            case_.files = std::make_shared<QTemporaryDir>();
+            case_.parameters.push_back({QStringLiteral("files"), case_.files->path()});
+        }
+        const auto read = table(section);
+        if (read != nullptr)
+            error = writeStoredTable(*read, case_.files->filePath(section.word(1)));
     }
 
     ExpectedTable expectedTable(const Section& section) {

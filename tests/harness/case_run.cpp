@@ -149,6 +149,8 @@ void CollectedLog::take(const Message& message) {
     QString text = message.text;
     if (text.endsWith(QLatin1Char('\n')))
         text.chop(1);
+    if (!files.isNull())
+        text.replace(files, QLatin1String("${files}"));
     const RunContext* const context = RunContextScope::current();
     const ActionItem* const box = context == nullptr ? nullptr : context->box;
     const bool ofCopy = box != nullptr && box->parallelGroup != nullptr && box->isParallelCopy();
@@ -224,6 +226,8 @@ CaseResult runCase(const Case& run, const ActionCatalog& catalog, Circumstance c
     RunContext context{&log, nullptr};
     const RunContextScope scope(&context);
     CaseGraph built;
+    if (run.files != nullptr)
+        log.files = run.files->path();
     buildGraph(built, run, catalog, habitsOf(circumstance), allPins);
     result.problem = built.problem;
     if (!result.problem.isEmpty())

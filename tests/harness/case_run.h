@@ -39,6 +39,7 @@ public:
     void take(const Message& message) override;
     QStringList master;
     QStringList copies;
+    QString files; ///< a folder that messages name as `${files}`; null: none
 
 private:
     std::mutex mutex_;
