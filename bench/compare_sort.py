@@ -40,7 +40,7 @@ def make_cases(folder, rows, memory):
     data = peers.made_once(folder / f"sort_{rows}.csv", write_rows, rows)
     return [
         peers.Case(
-            f"by the {'number' if column == 'id' else 'text'}, {f'{limit} MiB' if limit else 'no limit'}",
+            f"by {column}, {f'{limit} MiB' if limit else 'no limit'}",
             [f"Sort by={column}:{kind} memoryLimit={limit} temporaryFolder={folder}",
              "--types", "id:K,price:F", "--in", data],
             QUERY.format(data, column),

@@ -5,13 +5,13 @@ The compare_*.py next to it use it. Their --peers FOLDER is where
 
     npm install @duckdb/node-api nodejs-polars nodejs-polars-linux-x64-gnu
 
-was run; the last is the compiled part of Polars for this kind of machine, which npm leaves out
-at times when it isn't named. Without --peers only velmorra is timed.
+was run; the last is the compiled part of Polars for this kind of machine, which npm left out when
+it wasn't named. Without --peers only velmorra is timed.
 
 A peer is timed by itself from inside its process, so that its interpreter's start doesn't count;
 velmorra as a whole process. All take turns within a round, so that what else the machine does falls
-on all alike; told are the medians of the rounds. The processor's time is the fairer one on a machine
-that does other things too, and the ratios are made of it.
+on all alike; told are the medians of the rounds. The processor's time is the fairer one on a
+machine that does other things too, and the ratios are made of it.
 """
 
 import argparse
@@ -64,6 +64,29 @@ class Run:
 
 
 @dataclass
+class Table:
+    """A CSV file, and the types of its columns by name: K, F or U."""
+
+    path: Path
+    types: dict
+
+    def into(self, pin):
+        """The words that give velmorra the table on an input pin."""
+        types = ",".join(f"{name}:{kind}" for name, kind in self.types.items() if kind != "U")
+        return ["--in", f"{pin}={self.path}"] + (["--types", f"{pin}={types}"] if types else [])
+
+    def duckdb(self):
+        kinds = {"K": "UINTEGER", "F": "DOUBLE", "U": "VARCHAR"}
+        columns = ", ".join(f"'{name}': '{kinds[kind]}'" for name, kind in self.types.items())
+        return f"read_csv('{self.path}', header = true, columns = {{{columns}}})"
+
+    def polars(self):
+        kinds = {"K": "pl.UInt32", "F": "pl.Float64", "U": "pl.Utf8"}
+        types = ", ".join(f"{name}: {kinds[kind]}" for name, kind in self.types.items())
+        return f"pl.readCSV('{self.path}', {{dtypes: {{{types}}}}})"
+
+
+@dataclass
 class Case:
     """The same work for all of them. `velmorra` are the words behind `velmorra apply`, all but
     --out; `duckdb` is a query and `polars` an expression with `pl` that gives a table, each written
@@ -84,7 +107,7 @@ def argument_parser(description, rows, rounds):
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--program", type=os.path.abspath, default="build/release/bin/velmorra")
     parser.add_argument("--peers", type=Path, help="where DuckDB and Polars were installed")
-    parser.add_argument("--work", type=Path, help="keeps the tables, for later runs (default: none)")
+    parser.add_argument("--work", type=Path, help="keeps the tables, for later runs")
     parser.add_argument("--rows", type=int, default=rows)
     parser.add_argument("--rounds", type=int, default=rounds)
     parser.add_argument("--only", default="", help="runs the cases whose names hold this text")
@@ -194,9 +217,9 @@ process's largest memory. The ratio is the processor time of the faster peer to 
 
 
 def compare(options, folder, make_cases):
-    """Runs the cases of `make_cases(folder, rows)`, prints a table in Markdown, and returns the exit
-    status: whether all went well and wrote the same rows. Velmorra also runs with a tenth of the
-    rows, for its memory."""
+    """Runs the cases of `make_cases(folder, rows)` and prints a table in Markdown; the exit status:
+    whether all went well and wrote the same rows. Velmorra also runs with a tenth of the rows, for
+    its memory."""
     print(HEADING.format(rows=options.rows, rounds=options.rounds), flush=True)
     tenths = make_cases(folder, options.rows // 10)
     complaints = []
