@@ -10,8 +10,11 @@
 
 #include <memory>
 
-class GelReader;
 class GlobalParameters;
+
+namespace gel {
+class GelReader;
+}
 
 class VELMORRA_CORE CItemHDReader {
 public:
@@ -41,11 +44,10 @@ public:
     qint32 status = 0;
 
 private:
-    void warnOfSkippedBlocks();
-    OneRow* fail(const QString& problem);
+    void report();
 
     PinOutMetaData* columns_;
     GlobalParameters* parameters_ = nullptr;
-    std::unique_ptr<GelReader> reader_;
+    std::unique_ptr<gel::GelReader> reader_;
     OneRow row_;
 };
