@@ -48,6 +48,24 @@ QString splitFile(const QString& text, CaseFile& file) {
     return {};
 }
 
+QString writeStoredTable(const PackedTable& table, const QString& path) {
+    gel::GelWriter writer;
+    QString problem = writer.start(table.shape);
+    OneRow row;
+    row.setShape(table.shape);
+    for (size_t place = 0; problem.isEmpty() && place < table.rows(); ++place) {
+        table.read(place, row);
+        problem = writer.add(row.cells);
+    }
+    if (!problem.isEmpty())
+        return problem;
+    writer.finish();
+    QFile file(path);
+    const bool written = file.open(QIODevice::WriteOnly) &&
+                         file.write(writer.bytes(), writer.size()) == writer.size();
+    return written ? QString() : path + QLatin1String(": ") + file.errorString();
+}
+
 /// Reads the sections of one case. Errors are sentences; `line` says where.
 class CaseReader {
 public:
