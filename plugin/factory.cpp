@@ -4,6 +4,7 @@
 #include "actions/join/filter_on_key.h"
 #include "actions/join/in_memory_join.h"
 #include "actions/join/interval_join.h"
+#include "actions/join/join.h"
 #include "actions/join/multi_join.h"
 #include "actions/shape/append.h"
 #include "actions/shape/column_rename.h"
@@ -33,8 +34,9 @@ constexpr Registration registered() {
 constexpr Registration registrations[] = {
     registered<SelectColumns>(), registered<Flatten>(),      registered<Unflatten>(),
     registered<InsertKey>(),     registered<ColumnRename>(), registered<Append>(),
-    registered<MultiJoin>(),     registered<FilterOnKey>(),  registered<IntervalJoin>(),
-    registered<Split>(),         registered<InMemoryJoin>(), registered<Accumulator>(),
+    registered<Join>(),          registered<MultiJoin>(),    registered<FilterOnKey>(),
+    registered<IntervalJoin>(),  registered<Split>(),        registered<InMemoryJoin>(),
+    registered<Accumulator>(),
 };
 
 constexpr bool comesBefore(const Registration& a, const Registration& b) {

@@ -21,6 +21,7 @@ from cases_through_cli import read_cases  # noqa: E402
 
 MOST_CASES = 3
 MOST_ROWS = 12
+FEWEST_COMPARED = 6
 
 
 def cell(text):
@@ -65,12 +66,42 @@ def case_folder(name):
     return None
 
 
+def case_files(name):
+    folder = case_folder(name)
+    return sorted(folder.glob("*.case")) if folder else []
+
+
+def is_comparison(cases):
+    """Whether the cases of a file show what different settings make of the same tables."""
+    inputs = [case.all("in") for case in cases]
+    outputs = [len(case.all("out")) for case in cases]
+    return len(cases) >= FEWEST_COMPARED and all(i == inputs[0] for i in inputs) and set(outputs) == {1}
+
+
+def comparison(path):
+    """What the settings of a file's cases make of its tables, beside each other."""
+    cases = list(read_cases(path))
+    about = re.match(r"(?:# .*\n)+", path.read_text(encoding="utf-8"))
+    parts = [re.sub(r"^# ", "", about.group(0), flags=re.M).replace("\n", " ").strip()]
+    for title, body in cases[0].all("in"):
+        parts.append(f"Input pin {title[1]}:\n\n{fenced(body)}")
+    rows = []
+    for case in cases:
+        (_, body), = case.all("out")
+        lines = "<br>".join(f"`{line}`" for line in body.split("\n"))
+        rows.append([f"`{case.body('element')}`", case.where.split(": ", 1)[1], lines])
+    parts.append(table(["Element", "What it is", "Output pin 0"], rows))
+    return "\n\n".join(parts)
+
+
 def shown_cases(name):
     """The first plain case of each case file: one with tables in and out and no message."""
-    folder = case_folder(name)
     chosen = []
-    for path in sorted(folder.glob("*.case")) if folder else []:
-        for case in read_cases(path):
+    for path in case_files(name):
+        cases = list(read_cases(path))
+        if is_comparison(cases):
+            continue
+        for case in cases:
             kinds = [title[0] for title, _ in case.sections]
             rows = max((body.count("\n") for _, body in case.sections), default=0)
             outs = [title for title, _ in case.all("out")]
@@ -113,6 +144,9 @@ def page(action):
     rows = settings_of(action)
     if rows:
         parts.append(f"## Settings\n\n{table(['Name', 'Kind', 'Default', 'Meaning'], rows)}")
+    for path in case_files(name):
+        if is_comparison(list(read_cases(path))):
+            parts.append(f"## {path.stem.replace('_', ' ').capitalize()}\n\n{comparison(path)}")
     cases = shown_cases(name)
     if cases:
         parts.append("## Examples\n\nTables are typed CSV: `name:TYPE:SORT` (see "

@@ -150,8 +150,9 @@ void setRandomly(ActionItem& action, unsigned seed) {
            },
            [&](void* object, const StoredList& list) {
                QVector<QString>& values = valueOf<QVector<QString>>(list.member, object);
+               const qsizetype length = std::max<qsizetype>(entries, values.size());
                values.clear();
-               for (int i = 0; i < entries; ++i)
+               for (qsizetype i = 0; i < length; ++i)
                    values.push_back(below(random, 6) == 0 ? QString() : nastyText(random));
            },
            [&](void* object, const StoredElement::Records& records) {

@@ -1,8 +1,6 @@
 /// Flatten and Unflatten on random tables: each is the other's inverse, and Flatten does what a
 /// plain walk over the rows does. All of it under every circumstance.
-#include "tests/harness/case_check.h"
-#include "tests/harness/case_tests.h"
-#include "tests/harness/typed_table.h"
+#include "tests/harness/table_check.h"
 
 #include <gtest/gtest.h>
 
@@ -46,27 +44,6 @@ private:
 
 QString named(const char* name, int number) {
     return QLatin1String(name) + QString::number(number);
-}
-
-std::shared_ptr<const PackedTable> tableOf(const QStringList& lines) {
-    const TypedTable parsed = parseTypedTable(lines.join(QLatin1Char('\n')));
-    EXPECT_EQ(parsed.error.toStdString(), "") << lines.join(QLatin1Char('\n')).toStdString();
-    return parsed.table;
-}
-
-/// Runs the elements and compares what comes out with the lines of a typed table.
-void expectTable(Case run, const QStringList& lines) {
-    run.file = QStringLiteral(VELMORRA_SOURCE_DIR "/tests/cases/random.case");
-    ExpectedTable expected;
-    expected.lines = typedLines(*tableOf(lines));
-    run.outputs[{run.lastElement(), 0}] = expected;
-    for (const Circumstance circumstance : circumstances) {
-        if (copiesOf(circumstance) > 0 && !parallelPartition(run, testCatalog()))
-            continue;
-        for (const Difference& each : checkCase(run, testCatalog(), circumstance))
-            FAIL() << nameOf(circumstance) << ": " << each.text.toStdString() << "\nfrom\n"
-                   << typedLines(*run.inputs[{0, 0}]).join(QLatin1Char('\n')).toStdString();
-    }
 }
 
 void forEachSample(const std::function<void(Random&)>& check) {

@@ -1,10 +1,12 @@
 #include "tests/plugin/hand_driven.h"
 
-TablePin::TablePin(const QStringList& names, const QVector<QStringList>& rows) {
+TablePin::TablePin(const QStringList& names, const QVector<QStringList>& rows,
+                   const QVector<SortInfos>& sort) {
     fetch = &nextRow;
     columnsOf = &shapeOf;
     shape_.names = names;
     shape_.types.resize(names.size());
+    shape_.sort = sort;
     for (const QStringList& texts : rows) {
         rows_.push_back(std::make_unique<OneRow>());
         rows_.back()->setShape(shape_);

@@ -10,7 +10,8 @@
 /// An input pin over rows of text cells.
 class TablePin : public InPin {
 public:
-    TablePin(const QStringList& names, const QVector<QStringList>& rows);
+    TablePin(const QStringList& names, const QVector<QStringList>& rows,
+             const QVector<SortInfos>& sort = {});
 
     int read = 0; ///< rows handed out so far
 

@@ -13,6 +13,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 namespace {
 
 /// Pictures need a user interface; the tests run without a screen.
@@ -141,6 +143,20 @@ TEST(Icons, ofTheWholeCatalogueCanBeDrawn) {
     }
     EXPECT_EQ(joinIcon(12), nullptr);
     EXPECT_EQ(joinIcon(-1), nullptr);
+}
+
+TEST(Icons, ofJoinGoWithItsMode) {
+    userInterface();
+    GlobalParameters parameters;
+    std::set<QPixmap*> pictures;
+    for (int mode = 0; mode <= 12; ++mode) {
+        const QByteArray element = "<Join joinMode='" + QByteArray::number(mode) + "'/>";
+        pictures.insert(
+            boxFrom(ActionIndex::Join, element.constData(), parameters)->actionIcon(32));
+    }
+    // Eight pictures, and none for a mode that doesn't exist.
+    EXPECT_EQ(pictures.size(), 9u);
+    EXPECT_EQ(pictures.count(nullptr), 1u);
 }
 
 TEST(Icons, areKeptAndDrawnAgainAtAnotherSize) {
