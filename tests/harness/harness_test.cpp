@@ -11,9 +11,9 @@ namespace {
 
 /// Hands on each row one row late through pointers that are no longer valid, which shows only where
 /// the producer's memory is used again.
-class KeepsPointers : public TableBox {
+class KeepsPointers : public test::PlainBox {
 public:
-    explicit KeepsPointers(GlobalParameters* parameters) : TableBox(parameters) {}
+    explicit KeepsPointers(GlobalParameters* parameters) : PlainBox(XMLNode(), parameters) {}
     const char* actionName() const override { return "KeepsPointers"; }
     ActionItem* newFromXML(XMLNode, GlobalParameters* parameters) const override {
         return new KeepsPointers(parameters);

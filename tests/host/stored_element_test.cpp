@@ -2,8 +2,8 @@
 /// records are laid out is told by the cases of the Actions that store them.
 #include "host/stored_element.h"
 
-#include "host/action_item.h"
 #include "host/nearest_name.h"
+#include "tests/plain_box.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -11,10 +11,10 @@
 namespace {
 
 /// An Action with every kind of attribute and two levels of children.
-class Everything : public ActionItem {
+class Everything : public velmorra::test::PlainBox {
 public:
     Everything(const XMLNode& element, GlobalParameters* parameters)
-        : ActionItem(element, parameters) {
+        : PlainBox(element, parameters) {
         readStored(declaration());
     }
 
@@ -42,10 +42,6 @@ public:
     }
 
     const char* actionName() const override { return "Everything"; }
-    QString actionDescription() const override { return {}; }
-    QStringList actionCategories() const override { return {}; }
-    QStringList actionKeywords() const override { return {}; }
-    void rewindRun() override {}
     ActionItem* newFromXML(XMLNode element, GlobalParameters* parameters) const override {
         return new Everything(element, parameters);
     }
