@@ -145,18 +145,6 @@ int copiesOf(Circumstance circumstance) {
     return static_cast<int>(circumstance) - static_cast<int>(Circumstance::OneCopy) + 1;
 }
 
-void CollectedLog::take(const Message& message) {
-    QString text = message.text;
-    if (text.endsWith(QLatin1Char('\n')))
-        text.chop(1);
-    const RunContext* const context = RunContextScope::current();
-    const ActionItem* const box = context == nullptr ? nullptr : context->box;
-    const bool ofCopy = box != nullptr && box->parallelGroup != nullptr && box->isParallelCopy();
-    const std::lock_guard<std::mutex> lock(mutex_);
-    (ofCopy ? copies : master)
-        .push_back(QLatin1Char('[') + QString::number(message.level) + QLatin1String("] ") + text);
-}
-
 std::vector<std::unique_ptr<ActionItem>> makeElements(const Case& run, const ActionCatalog& catalog,
                                                       GlobalParameters& parameters,
                                                       QString& problem) {
