@@ -95,7 +95,7 @@ def comparison(path):
 
 
 def shown_cases(name):
-    """The first plain case of each case file: one with tables in and out and no message."""
+    """The first plain case of each case file: one with tables in and out, and no message."""
     chosen = []
     for path in case_files(name):
         cases = list(read_cases(path))
@@ -106,7 +106,8 @@ def shown_cases(name):
             rows = max((body.count("\n") for _, body in case.sections), default=0)
             outs = [title for title, _ in case.all("out")]
             readable = all(body.replace("\n", "").isprintable() for _, body in case.sections)
-            plain = readable and kinds.count("element") == 1 and "log" not in kinds and "fails" not in kinds
+            plain = readable and not case.one_of_many and kinds.count("element") == 1
+            plain = plain and not {"log", "fails", "saved"} & set(kinds)
             if plain and "in" in kinds and outs and ["nothing"] not in [o[2:] for o in outs]:
                 if rows <= MOST_ROWS:
                     chosen.append(case)
@@ -121,6 +122,7 @@ def fenced(text, language=""):
 def example_text(case):
     sentence = case.where.split(": ", 1)[1]
     parts = [f"### {sentence[0].upper()}{sentence[1:]}"]
+    case.sections.sort(key=lambda section: section[0][1:2])
     for title, body in case.sections:
         if title[0] == "in":
             parts.append(f"Input pin {title[1]}:\n\n{fenced(body)}")

@@ -1,6 +1,8 @@
 // Words of elements: what the short form makes, and what is said of words that make nothing.
 #include "engine/element_text.h"
 
+#include "tests/plain_box.h"
+
 #include <gtest/gtest.h>
 
 using velmorra::ElementList;
@@ -8,19 +10,9 @@ using Kind = velmorra::ElementProblem::Kind;
 
 namespace {
 
-/// What the boxes below have in common: no pins, no rows, only settings.
-class SettingsBox : public ActionItem {
+class Pick : public velmorra::test::PlainBox {
 public:
-    using ActionItem::ActionItem;
-    QString actionDescription() const override { return {}; }
-    QStringList actionCategories() const override { return {}; }
-    QStringList actionKeywords() const override { return {}; }
-    void rewindRun() override {}
-};
-
-class Pick : public SettingsBox {
-public:
-    Pick(const XMLNode& element, GlobalParameters* parameters) : SettingsBox(element, parameters) {}
+    Pick(const XMLNode& element, GlobalParameters* parameters) : PlainBox(element, parameters) {}
     const char* actionName() const override { return "Pick"; }
     QStringList getAlternativeNames() const override { return {QStringLiteral("Choose")}; }
     const StoredElement& storedElement() const override {
@@ -40,10 +32,9 @@ public:
     QVector<QString> columns;
 };
 
-class Change : public SettingsBox {
+class Change : public velmorra::test::PlainBox {
 public:
-    Change(const XMLNode& element, GlobalParameters* parameters)
-        : SettingsBox(element, parameters) {}
+    Change(const XMLNode& element, GlobalParameters* parameters) : PlainBox(element, parameters) {}
     const char* actionName() const override { return "Change"; }
     const StoredElement& storedElement() const override {
         static const StoredElement element =

@@ -1,14 +1,13 @@
 /// Master and copies: order of the rows, hand-over of what the master resolved, and ends of a run.
 #include "engine/parallel_section.h"
 
-#include "host/main_ui.h"
+#include "tests/plain_box.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <functional>
-#include <mutex>
 #include <thread>
 
 namespace velmorra {
@@ -28,23 +27,15 @@ struct Script {
 
 /// The frame of the test Actions: the master reads pin 1 and copies meet it, as every Action that
 /// builds something does.
-class Scripted : public ActionItem {
+class Scripted : public test::PlainBox {
 public:
     Scripted(Script& script, GlobalParameters* parameters)
-        : ActionItem(XMLNode::emptyNode(), parameters),
+        : PlainBox(XMLNode::emptyNode(), parameters),
           script_(script) {
         nPinIn = 2;
     }
 
     const char* actionName() const override { return "Scripted"; }
-    QString actionDescription() const override { return {}; }
-    QStringList actionCategories() const override { return {}; }
-    QStringList actionKeywords() const override { return {}; }
-    const StoredElement& storedElement() const override {
-        static const StoredElement element(2.08);
-        return element;
-    }
-    ActionItem* newFromXML(XMLNode, GlobalParameters*) const override { return nullptr; }
 
     void rewindRun() override { setStep<&Scripted::firstStep>(); }
     bool beforeRun() override {
@@ -200,51 +191,26 @@ private:
     RowBuffer other_;
 };
 
-/// Keeps the texts of the master and of the copies apart.
-class Log : public MessageSink {
-public:
-    void take(const Message& message) override {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        const RunContext* const context = RunContextScope::current();
-        const bool ofCopy =
-            context != nullptr && context->box != nullptr && context->box->isParallelCopy();
-        (ofCopy ? copies : master).push_back(message.text.toStdString());
-    }
-    std::vector<std::string> master, copies;
-
-private:
-    std::mutex mutex_;
-};
-
-PackedTable numbers(quint32 count) {
-    PackedTable table({{QStringLiteral("n")}, {MetaInfo(MetaTypeKey, -1)}, {}});
-    OneRow row;
-    row.setShape(table.shape);
-    for (quint32 i = 0; i < count; ++i) {
-        uchar bytes[4];
-        cell::storeKey(bytes, i);
-        row.setCol(0, bytes);
-        table.append(row);
-    }
-    return table;
-}
-
-/// Rows (n, partition), the partition being a letter of `letters`.
-PackedTable partitioned(const char* letters) {
+/// Rows (n, partition), n from 0, the partition being a letter of `letters`, or "a" for all.
+PackedTable numbers(quint32 count, const char* letters = nullptr) {
     PackedTable table({{QStringLiteral("n"), QStringLiteral("p")},
                        {MetaInfo(MetaTypeKey, -1), MetaInfo(MetaTypeText, -1)},
                        {}});
     OneRow row;
     row.setShape(table.shape);
-    RowBuffer buffer;
-    for (quint32 i = 0; letters[i] != 0; ++i) {
+    for (quint32 i = 0; i < count; ++i) {
+        RowBuffer buffer;
         uchar bytes[4];
         cell::storeKey(bytes, i);
         row.setCol(0, bytes);
-        row.setColAsString(1, buffer, QString(QLatin1Char(letters[i])));
+        row.setColAsString(1, buffer, QString(QLatin1Char(letters == nullptr ? 'a' : letters[i])));
         table.append(row);
     }
     return table;
+}
+
+PackedTable partitioned(const char* letters) {
+    return numbers(static_cast<quint32>(std::strlen(letters)), letters);
 }
 
 std::vector<quint32> firstColumn(const PackedTable& table) {
@@ -258,15 +224,22 @@ std::vector<quint32> firstColumn(const PackedTable& table) {
     return values;
 }
 
-template <class Action>
-ParallelResult runOn(Script& script, const std::vector<const PackedTable*>& inputs, Log& log,
-                     const ParallelOptions& options, GlobalParameters& parameters) {
-    WindowlessMainUI ui(log);
-    Action master(script, &parameters);
-    return runParallelSection(master, inputs, log, options);
-}
+/// A run of a test Action, once.
+struct ScriptedRun {
+    Script script;
+    test::CollectedLog log;
+    GlobalParameters parameters;
 
-TEST(ParallelSection, RowsComeInTheOrderOfOneThreadWhateverTheWorkersAndBatches) {
+    template <class Action = AddLoaded>
+    ParallelResult run(const std::vector<const PackedTable*>& inputs,
+                       const ParallelOptions& options) {
+        WindowlessMainUI ui(log);
+        Action master(script, &parameters);
+        return runParallelSection(master, inputs, log, options);
+    }
+};
+
+TEST(ParallelSections, RowsComeInTheOrderOfOneThreadWhateverTheWorkersAndBatches) {
     const PackedTable main = numbers(1000);
     const PackedTable other = numbers(5); // its sum is 10
     std::vector<quint32> expected;
@@ -276,153 +249,107 @@ TEST(ParallelSection, RowsComeInTheOrderOfOneThreadWhateverTheWorkersAndBatches)
     }
     for (const int copies : {0, 1, 2, 3, 7}) {
         for (const int batch : {1, 2, 33, 5000}) {
-            Script script;
-            Log log;
-            GlobalParameters parameters;
-            const auto result =
-                runOn<AddLoaded>(script, {&main, &other}, log, {copies, {}, batch}, parameters);
+            ScriptedRun each;
+            const auto result = each.run({&main, &other}, {copies, {}, batch});
             EXPECT_EQ(result.outcome, RunOutcome::Done);
             EXPECT_EQ(result.defect.toStdString(), "");
             EXPECT_EQ(firstColumn(result.outputs[0]), expected) << copies << ' ' << batch;
-            EXPECT_EQ(script.afterRuns, copies + 1);
-            EXPECT_EQ(script.copiesMet, batch == 5000 ? 0 : copies);
+            EXPECT_EQ(each.script.afterRuns, copies + 1);
+            EXPECT_EQ(each.script.copiesMet, batch == 5000 ? 0 : copies);
         }
     }
 }
 
-TEST(ParallelSection, PartitionsStayWholeAndHeldBackRowsFindTheirPlace) {
+TEST(ParallelSections, PartitionsStayWholeAndHeldBackRowsFindTheirPlace) {
     const PackedTable main = partitioned("aabbbccccdddeeeffffgh");
     std::vector<quint32> expected(main.rows());
     for (size_t i = 0; i < expected.size(); ++i)
         expected[i] = static_cast<quint32>(i);
     for (const int copies : {1, 2, 3}) {
-        Script script;
-        Log log;
-        GlobalParameters parameters;
-        const auto result =
-            runOn<OneBehind>(script, {&main}, log, {copies, QStringLiteral("p"), 1}, parameters);
+        ScriptedRun each;
+        const auto result = each.run<OneBehind>({&main}, {copies, QStringLiteral("p"), 1});
         EXPECT_EQ(result.outcome, RunOutcome::Done);
         EXPECT_EQ(firstColumn(result.outputs[0]), expected) << copies;
-        EXPECT_GT(script.copiesMet, 0);
+        EXPECT_GT(each.script.copiesMet, 0);
     }
 }
 
-TEST(ParallelSection, RowsOfAPartitionThatComesBackKeepTheirPlaces) {
+class ParallelSection : public testing::Test, public ScriptedRun {};
+
+TEST_F(ParallelSection, RowsOfAPartitionThatComesBackKeepTheirPlaces) {
     const PackedTable main = partitioned("abcabbaacdabcddbaefgea");
     std::vector<quint32> expected;
     for (quint32 i = 0; i < main.rows(); ++i)
         expected.insert(expected.end(), i % 3 == 0 ? 0 : i % 5 == 0 ? 2 : 1, i);
-    Script script;
-    Log log;
-    GlobalParameters parameters;
-    const auto result =
-        runOn<AddLoaded>(script, {&main}, log, {3, QStringLiteral("p"), 1}, parameters);
+    const auto result = run({&main}, {3, QStringLiteral("p"), 1});
     EXPECT_EQ(firstColumn(result.outputs[0]), expected);
 }
 
-TEST(ParallelSection, FailureInTheMasterReleasesWaitingCopies) {
+TEST(ParallelSections, FailuresOfTheMasterAreSaidOnceAndReleaseWaitingCopies) {
     const PackedTable main = numbers(100);
-    Script script;
-    script.masterFailsOnFirstRow = true;
-    Log log;
-    GlobalParameters parameters;
-    const auto result = runOn<AddLoaded>(script, {&main}, log, {3, {}, 2}, parameters);
-    EXPECT_EQ(result.outcome, RunOutcome::Failed);
-    EXPECT_EQ(log.master, std::vector<std::string>{"master failed\n"});
-    EXPECT_TRUE(log.copies.empty());
-    EXPECT_EQ(script.copiesMet, 0);
-    EXPECT_EQ(script.afterRuns, 4);
+    for (const char* const text : {"master failed", "not enough memory", "refused"}) {
+        ScriptedRun each;
+        each.script.masterFailsOnFirstRow = text[0] == 'm';
+        each.script.throwsOnFirstRow = text[0] == 'n';
+        each.script.refuses = text[0] == 'r';
+        EXPECT_EQ(each.run({&main}, {3, {}, 2}).outcome, RunOutcome::Failed);
+        EXPECT_EQ(each.log.master, QStringList{QLatin1String("[1] ") + text});
+        EXPECT_TRUE(each.log.copies.isEmpty());
+        EXPECT_EQ(each.script.copiesMet, 0);
+        EXPECT_EQ(each.script.afterRuns, each.script.refuses ? 1 : 4);
+    }
 }
 
-TEST(ParallelSection, ExceptionInTheMasterFailsTheRunAndReleasesWaitingCopies) {
-    const PackedTable main = numbers(100);
-    Script script;
-    script.throwsOnFirstRow = true;
-    Log log;
-    GlobalParameters parameters;
-    const auto result = runOn<AddLoaded>(script, {&main}, log, {2, {}, 2}, parameters);
-    EXPECT_EQ(result.outcome, RunOutcome::Failed);
-    EXPECT_EQ(log.master, std::vector<std::string>{"not enough memory\n"});
-    EXPECT_EQ(script.afterRuns, 3);
-}
-
-TEST(ParallelSection, FailureInACopyEndsEveryoneAndItsMessageNamesTheCopy) {
+TEST_F(ParallelSection, FailureInACopyEndsEveryoneAndItsMessageNamesTheCopy) {
     const PackedTable main = numbers(100000);
-    Script script;
     script.onRow = [](ActionItem& action, int row) {
         if (action.isParallelCopy() && row == 10)
             action.fail(QStringLiteral("copy failed\n"));
     };
-    Log log;
-    GlobalParameters parameters;
-    const auto result = runOn<AddLoaded>(script, {&main}, log, {1, {}, 2}, parameters);
+    const auto result = run({&main}, {1, {}, 2});
     EXPECT_EQ(result.outcome, RunOutcome::Failed);
-    EXPECT_EQ(log.copies, std::vector<std::string>{"copy failed\n"});
-    EXPECT_TRUE(log.master.empty());
+    EXPECT_EQ(log.copies, QStringList{"[1] copy failed"});
+    EXPECT_TRUE(log.master.isEmpty());
     EXPECT_EQ(script.afterRuns, 2);
 }
 
-TEST(ParallelSection, RefusalOfTheMasterIsSaidOnceAndNoCopyStarts) {
-    const PackedTable main = numbers(10);
-    Script script;
-    script.refuses = true;
-    Log log;
-    GlobalParameters parameters;
-    const auto result = runOn<AddLoaded>(script, {&main}, log, {2, {}, 2}, parameters);
-    EXPECT_EQ(result.outcome, RunOutcome::Failed);
-    EXPECT_EQ(log.master, std::vector<std::string>{"refused\n"});
-    EXPECT_TRUE(log.copies.empty());
-    EXPECT_EQ(script.afterRuns, 1);
-}
-
-TEST(ParallelSection, WorkersWithoutARowEndAndTheTableKeepsItsColumns) {
+TEST_F(ParallelSection, WorkersWithoutARowEndAndTheTableKeepsItsColumns) {
     const PackedTable none = numbers(0);
     const PackedTable one = numbers(2);
-    Script script;
-    Log log;
-    GlobalParameters parameters;
-    auto result = runOn<AddLoaded>(script, {&none}, log, {3, {}, 2}, parameters);
+    auto result = run({&none}, {3, {}, 2});
     EXPECT_EQ(result.outcome, RunOutcome::Done);
     EXPECT_EQ(result.outputs[0].rows(), 0u);
-    result = runOn<AddLoaded>(script, {&one}, log, {3, {}, 1}, parameters);
+    result = run({&one}, {3, {}, 1});
     EXPECT_EQ(result.outcome, RunOutcome::Done);
     EXPECT_EQ(firstColumn(result.outputs[0]), std::vector<quint32>{1});
     EXPECT_EQ(result.outputs[0].shape, one.shape);
     EXPECT_EQ(script.afterRuns, 8);
 }
 
-TEST(ParallelSection, CancellingEndsTheRunWhileCopiesWaitForTheMaster) {
+TEST_F(ParallelSection, CancellingEndsTheRunWhileCopiesWaitForTheMaster) {
     const PackedTable main = numbers(100);
-    Script script;
     // The master's load goes on until it notices that the run is over.
     script.whileMasterLoads = [](ActionItem& action) {
         while (action.isRunning())
             std::this_thread::yield();
     };
-    Log log;
-    GlobalParameters parameters;
     std::thread canceller([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         parameters.runStatus.endAs(RunStatus::Cancelled);
     });
-    const auto result = runOn<AddLoaded>(script, {&main}, log, {3, {}, 2}, parameters);
+    const auto result = run({&main}, {3, {}, 2});
     canceller.join();
     EXPECT_EQ(result.outcome, RunOutcome::Cancelled);
     EXPECT_EQ(script.copiesMet, 0);
     EXPECT_EQ(script.afterRuns, 4);
-    EXPECT_TRUE(log.master.empty() && log.copies.empty());
+    EXPECT_TRUE(log.master.isEmpty() && log.copies.isEmpty());
 }
 
-TEST(ParallelSection, MissingPartitionColumnFailsWithItsName) {
+TEST_F(ParallelSection, MissingPartitionColumnFailsWithItsName) {
     const PackedTable main = numbers(10);
-    Script script;
-    Log log;
-    GlobalParameters parameters;
-    const auto result =
-        runOn<AddLoaded>(script, {&main}, log, {2, QStringLiteral("day"), 2}, parameters);
+    const auto result = run({&main}, {2, QStringLiteral("day"), 2});
     EXPECT_EQ(result.outcome, RunOutcome::Failed);
-    EXPECT_EQ(log.master,
-              std::vector<std::string>{"partition column 'day' not found on input pin 0\n"});
+    EXPECT_EQ(log.master, QStringList{"[1] partition column 'day' not found on input pin 0"});
 }
 
 } // namespace

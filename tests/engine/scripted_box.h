@@ -2,7 +2,7 @@
 #pragma once
 
 #include "engine/graph.h"
-#include "host/main_ui.h"
+#include "tests/plain_box.h"
 
 #include <functional>
 #include <string>
@@ -20,19 +20,16 @@ struct Script {
     bool wholePins = false; ///< pins from 1 on are needed in full for the columns
 };
 
-class ScriptedBox : public ActionItem {
+class ScriptedBox : public PlainBox {
 public:
     ScriptedBox(const Script& script, GlobalParameters* parameters)
-        : ActionItem(XMLNode::emptyNode(), parameters),
+        : PlainBox(XMLNode::emptyNode(), parameters),
           script_(script) {
         nPinIn = script.pinsIn;
         nPinOut = script.pinsOut;
     }
 
     const char* actionName() const override { return "Scripted"; }
-    QString actionDescription() const override { return {}; }
-    QStringList actionCategories() const override { return {}; }
-    QStringList actionKeywords() const override { return {}; }
     void rewindRun() override {
         steps = 0;
         setStep<&ScriptedBox::run>();
@@ -50,13 +47,6 @@ public:
         auto* const copy = new ScriptedBox(script_, parameters);
         copy->boxId = boxId;
         return copy;
-    }
-    ActionItem* newFromXML(XMLNode, GlobalParameters* parameters) const override {
-        return new ScriptedBox(script_, parameters);
-    }
-    const StoredElement& storedElement() const override {
-        static const StoredElement element(1);
-        return element;
     }
 
     qint64 steps = 0; ///< of this run, for scripts that count

@@ -34,12 +34,22 @@ public:
     Checker(const Case& expected, const ActionCatalog& catalog, Circumstance circumstance)
         : expected_(expected),
           catalog_(catalog),
-          circumstance_(circumstance),
-          result_(runCase(expected, catalog, circumstance)) {}
+          circumstance_(circumstance) {}
 
     QVector<Difference> differences;
 
     void check() {
+        if (expected_.tellsOfARun())
+            checkRun();
+        if (circumstance_ == Circumstance::Plain)
+            checkSaved();
+        if (circumstance_ == Circumstance::Plain && expected_.parallel)
+            checkParallelAnswer();
+    }
+
+private:
+    void checkRun() {
+        result_ = runCase(expected_, catalog_, circumstance_);
         if (!result_.problem.isEmpty()) {
             add(expected_.line, result_.problem);
             return;
@@ -56,15 +66,10 @@ public:
             if (!expected_.fails)
                 checkTable(place, table);
         }
-        if (circumstance_ == Circumstance::Plain)
-            checkSaved();
         if (circumstance_ == Circumstance::ColumnsFirst)
             checkColumns();
-        if (circumstance_ == Circumstance::Plain && expected_.parallel)
-            checkParallelAnswer();
     }
 
-private:
     void add(int line, const QString& text) {
         QString whole = text;
         if (!result_.log.isEmpty())
@@ -166,27 +171,9 @@ private:
     CaseResult result_;
 };
 
-bool isExpectation(const Section& section) {
-    static const QStringList kinds = {"out", "log", "fails", "saved", "columns"};
-    return kinds.contains(section.word(0));
-}
-
-QString placeText(const Place& place, int lastElement) {
-    const QString pin = QString::number(place.pin);
-    return place.element == lastElement
-               ? pin
-               : QString::number(place.element + 1) + QLatin1Char('.') + pin;
-}
-
-Section outSection(const Case& run, const Place& place, const PackedTable& table) {
-    const auto known = run.outputs.find(place);
-    const bool nothing = table.rows() == 0 && known != run.outputs.end() && known->second.nothing;
-    Section section;
-    section.title = QLatin1String("out ") + placeText(place, run.lastElement()) +
-                    (nothing ? QStringLiteral(" nothing") : QString());
-    if (!nothing)
-        section.body = typedLines(table).join(QLatin1Char('\n'));
-    return section;
+QStringList rowsOf(const PackedTable& table, bool nothingExpected) {
+    return table.rows() == 0 && nothingExpected ? QStringList{QStringLiteral("nothing")}
+                                                : typedLines(table);
 }
 
 } // namespace
@@ -198,31 +185,48 @@ QVector<Difference> checkCase(const Case& expected, const ActionCatalog& catalog
     return checker.differences;
 }
 
-Case rewrittenCase(const Case& expected, const ActionCatalog& catalog) {
-    CaseResult result =
-        runCase(expected, catalog, Circumstance::ColumnsFirst, expected.outputs.empty());
-    Case written = expected;
-    written.sections.removeIf(isExpectation);
+void writeExpectations(CaseFile& file, const Case& run, const ActionCatalog& catalog) {
+    CaseResult result;
+    if (run.tellsOfARun())
+        result = runCase(run, catalog, Circumstance::ColumnsFirst);
     if (!result.problem.isEmpty())
-        return expected;
-    if (result.outcome != RunOutcome::Done)
-        written.sections.push_back({0, QStringLiteral("fails"), {}});
-    const bool onlySaved = expected.saved && expected.outputs.empty() && expected.columns.empty();
-    for (const auto& [place, table] : result.outputs) {
-        const bool wanted = expected.outputs.count(place) != 0 || expected.columns.empty();
-        if (wanted && !onlySaved && result.outcome == RunOutcome::Done)
-            written.sections.push_back(outSection(expected, place, table));
+        return;
+    Block& block = file.blocks[run.block];
+    const bool done = result.outcome == RunOutcome::Done || !run.tellsOfARun();
+    const auto nothing = [&](const Place& place) {
+        const auto known = run.outputs.find(place);
+        return known != run.outputs.end() && known->second.nothing;
+    };
+    const bool inBrief = run.situation >= 0 && !block.situations[run.situation].expected.isEmpty();
+    if (inBrief) {
+        QStringList lines = done ? rowsOf(result.outputs[{0, 0}], nothing({0, 0})) : QStringList();
+        lines += result.log;
+        block.situations[run.situation].expected = lines.join(QLatin1Char('\n'));
     }
-    for (const auto& [place, columns] : expected.columns)
-        written.sections.push_back(
-            {0, QLatin1String("columns ") + placeText(place, expected.lastElement()),
-             result.columns[place]});
-    if (!result.log.isEmpty())
-        written.sections.push_back({0, QStringLiteral("log"), result.log.join(QLatin1Char('\n'))});
-    if (expected.saved)
-        written.sections.push_back(
-            {0, QStringLiteral("saved"), savedText(expected, catalog).chopped(1)});
-    return written;
+    QVector<Section> written;
+    for (Section section : std::as_const(block.sections)) {
+        const QString kind = section.word(0);
+        const Place place = placeOf(section, run.lastElement());
+        if (kind == QLatin1String("out") && done) {
+            const QStringList rows = rowsOf(result.outputs[place], nothing(place));
+            section.body = rows[0] == QLatin1String("nothing") ? QString() : rows.join('\n');
+            section.title = section.title.section(QLatin1Char(' '), 0, 1) +
+                            QLatin1String(section.body.isEmpty() ? " nothing" : "");
+        } else if (kind == QLatin1String("columns")) {
+            section.body = result.columns[place];
+        } else if (kind == QLatin1String("saved")) {
+            section.body = savedText(run, catalog).chopped(1);
+        } else if (kind == QLatin1String("out") || kind == QLatin1String("log") ||
+                   kind == QLatin1String("fails")) {
+            continue;
+        }
+        written.push_back(section);
+    }
+    if (!inBrief && !done)
+        written.push_back({0, QStringLiteral("fails"), {}});
+    if (!inBrief && !result.log.isEmpty())
+        written.push_back({0, QStringLiteral("log"), result.log.join(QLatin1Char('\n'))});
+    block.sections = written;
 }
 
 } // namespace velmorra::harness

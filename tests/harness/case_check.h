@@ -15,7 +15,8 @@ struct Difference {
 QVector<Difference> checkCase(const Case& expected, const ActionCatalog& catalog,
                               Circumstance circumstance);
 
-/// The case with its expectations (out, log, fails, saved, columns) as a plain run gives them.
-Case rewrittenCase(const Case& expected, const ActionCatalog& catalog);
+/// Writes what a plain run gives where the block of a case says what it expects: the rows of the
+/// pins that are named there, the messages, whether the run fails, the stored element.
+void writeExpectations(CaseFile& file, const Case& run, const ActionCatalog& catalog);
 
 } // namespace velmorra::harness

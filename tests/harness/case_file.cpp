@@ -5,9 +5,13 @@
 
 #include <QtCore/QFile>
 
+#include <algorithm>
+
 namespace velmorra::harness {
 
 namespace {
+
+const QLatin1String indentation("    ");
 
 QString withoutBlankEnd(QString text) {
     while (text.endsWith(QLatin1Char('\n')))
@@ -15,34 +19,40 @@ QString withoutBlankEnd(QString text) {
     return text;
 }
 
-/// Cuts a file into cases and sections; an error where a line belongs to neither.
+/// Cuts a file into blocks; an error where a line belongs to none.
 QString splitFile(const QString& text, CaseFile& file) {
-    Section* section = nullptr;
+    QString* section = nullptr;
+    QString* situation = nullptr;
     int line = 0;
     for (const QString& content : text.split(QLatin1Char('\n'))) {
         ++line;
-        if (content.startsWith(QLatin1String("== "))) {
-            Case added;
-            added.file = file.path;
-            added.line = line;
-            added.sentence = content.mid(3).trimmed();
-            file.cases.push_back(added);
-            section = nullptr;
-        } else if (content.startsWith(QLatin1String("-- ")) && !file.cases.isEmpty()) {
-            QVector<Section>& sections = file.cases.back().sections;
-            sections.push_back({line, content.mid(3).trimmed(), {}});
-            section = &sections.back();
-        } else if (section != nullptr) {
-            section->body += content + QLatin1Char('\n');
-        } else if (file.cases.isEmpty() &&
-                   (content.isEmpty() || content.startsWith(QLatin1Char('#')))) {
+        const bool isGroup = content.startsWith(QLatin1String("=== "));
+        Block* const block = file.blocks.isEmpty() ? nullptr : &file.blocks.back();
+        if (isGroup || content.startsWith(QLatin1String("== "))) {
+            file.blocks.push_back({line, isGroup, content.mid(isGroup ? 4 : 3).trimmed(), {}, {}});
+            section = situation = nullptr;
+        } else if (block == nullptr && (content.isEmpty() || content[0] == QLatin1Char('#'))) {
             file.preamble += content + QLatin1Char('\n');
+        } else if (block != nullptr && content.startsWith(QLatin1String("-- "))) {
+            block->sections.push_back({line, content.mid(3).trimmed(), {}});
+            section = &block->sections.back().body;
+        } else if (section != nullptr) {
+            *section += content + QLatin1Char('\n');
+        } else if (situation != nullptr && content.startsWith(indentation)) {
+            *situation += content.mid(indentation.size()) + QLatin1Char('\n');
         } else if (!content.isEmpty()) {
-            return QStringLiteral("%1:%2: a line outside of a section").arg(file.path).arg(line);
+            if (block == nullptr || block->isGroup || content[0] == QLatin1Char(' '))
+                return QStringLiteral("%1:%2: a line outside of a section")
+                    .arg(file.path)
+                    .arg(line);
+            block->situations.push_back({line, content, {}});
+            situation = &block->situations.back().expected;
         }
     }
-    for (Case& read : file.cases) {
-        for (Section& each : read.sections)
+    for (Block& block : file.blocks) {
+        for (Situation& each : block.situations)
+            each.expected = withoutBlankEnd(each.expected);
+        for (Section& each : block.sections)
             each.body = withoutBlankEnd(each.body);
     }
     return {};
@@ -74,25 +84,62 @@ public:
     QString error;
     int line = 0;
 
-    bool read() {
-        for (const Section& section : case_.sections) {
-            line = section.line;
-            readSection(section);
-            if (!error.isEmpty())
-                return false;
+    /// What the group of the case and its block say, and its situation, if any.
+    bool read(const Block* group, const Block& block, const Situation* situation) {
+        if (situation != nullptr)
+            case_.elements.push_back(situation->element);
+        QVector<Section> sections = block.sections;
+        for (int i = 0; group != nullptr && i < group->sections.size(); ++i) {
+            const Section& shared = group->sections[i];
+            const bool replaced =
+                std::any_of(block.sections.begin(), block.sections.end(),
+                            [&](const Section& own) { return own.title == shared.title; });
+            if (!replaced)
+                sections.push_back(shared);
         }
-        line = case_.line;
-        if (case_.elements.isEmpty())
-            error = QStringLiteral("a case without an element");
-        else if (case_.outputs.empty() && case_.columns.empty() && !case_.log && !case_.saved &&
-                 !case_.fails)
-            error = QStringLiteral("a case that expects nothing");
-        else if (case_.saved && case_.elements.size() > 1)
-            error = QStringLiteral("'saved' is for a case with one element");
+        for (int i = 0; i < sections.size() && error.isEmpty(); ++i) {
+            line = sections[i].line;
+            readSection(sections[i]);
+        }
+        if (error.isEmpty() && situation != nullptr)
+            readExpected(*situation);
+        if (error.isEmpty())
+            checkWhole();
         return error.isEmpty();
     }
 
 private:
+    void checkWhole() {
+        line = case_.line;
+        if (case_.elements.isEmpty())
+            error = QStringLiteral("a case without an element");
+        else if (!case_.tellsOfARun() && !case_.saved)
+            error = QStringLiteral("a case that expects nothing");
+        else if (case_.saved && case_.elements.size() > 1)
+            error = QStringLiteral("'saved' is for a case with one element");
+    }
+
+    /// A table, or "nothing", then the messages; without a table the run fails.
+    void readExpected(const Situation& situation) {
+        if (situation.expected.isEmpty())
+            return;
+        const QStringList lines = situation.expected.split(QLatin1Char('\n'));
+        qsizetype rows = 0;
+        while (rows < lines.size() && !lines[rows].startsWith(QLatin1Char('[')))
+            ++rows;
+        const int first = situation.line + 1;
+        const bool nothing = lines[0] == QLatin1String("nothing");
+        if (rows < lines.size())
+            case_.log = ExpectedText{first + static_cast<int>(rows),
+                                     lines.mid(rows).join(QLatin1Char('\n'))};
+        if (rows == 0)
+            case_.fails = true;
+        else
+            case_.outputs[{0, 0}] =
+                expectedTable({first - 1, nothing ? QStringLiteral("out 0 nothing") : QString(),
+                               nothing ? QString() : lines.mid(0, rows).join(QLatin1Char('\n'))});
+    }
+
     void readSection(const Section& section) {
         const QString kind = section.word(0);
         if (kind == QLatin1String("element")) {
@@ -131,15 +178,9 @@ private:
             error = QStringLiteral("unknown section '%1'").arg(section.title);
     }
 
-    /// `[N.]PIN`, N from 1.
     Place place(const Section& section, int element) {
-        const QStringList parts = section.word(1).split(QLatin1Char('.'));
-        bool isPin = false;
-        bool isElement = true;
-        Place place{element, parts.last().toInt(&isPin)};
-        if (parts.size() == 2)
-            place.element = parts.first().toInt(&isElement) - 1;
-        if (!isPin || !isElement || place.pin < 0 || parts.size() > 2)
+        const Place place = placeOf(section, element);
+        if (place.pin < 0)
             error = QStringLiteral("'%1' doesn't name a pin").arg(section.title);
         else if (place.element < 0 || place.element > case_.lastElement())
             error = QStringLiteral("'%1' is for no element in front of it").arg(section.title);
@@ -178,20 +219,54 @@ private:
     Case& case_;
 };
 
+/// Adds the cases of a block; false, with the file's error set, where one can't be read.
+bool readBlock(CaseFile& file, const Block* group, int place) {
+    const Block& block = file.blocks[place];
+    const int count = static_cast<int>(block.situations.size());
+    for (int i = count == 0 ? -1 : 0; i < count; ++i) {
+        const Situation* const situation = i < 0 ? nullptr : &block.situations[i];
+        Case added;
+        added.file = file.path;
+        added.line = count > 1 ? situation->line : block.line;
+        added.sentence = block.sentence;
+        if (count > 1)
+            added.sentence += QLatin1String(", ") + QString::number(i + 1);
+        added.block = place;
+        added.situation = i;
+        CaseReader reader(added);
+        if (!reader.read(group, block, situation)) {
+            if (file.error.isEmpty())
+                file.error =
+                    QStringLiteral("%1:%2: ").arg(file.path).arg(reader.line) + reader.error;
+            return false;
+        }
+        file.cases.push_back(added);
+    }
+    return true;
+}
+
 } // namespace
+
+Place placeOf(const Section& section, int element) {
+    const QStringList parts = section.word(1).split(QLatin1Char('.'));
+    bool isPin = false;
+    bool isElement = true;
+    Place place{element, parts.last().toInt(&isPin)};
+    if (parts.size() == 2)
+        place.element = parts.first().toInt(&isElement) - 1;
+    return isPin && isElement && parts.size() <= 2 ? place : Place{-1, -1};
+}
 
 CaseFile parseCaseFile(const QString& text, const QString& path) {
     CaseFile file;
     file.path = path;
     file.error = splitFile(text, file);
-    for (int i = 0; i < file.cases.size(); ++i) {
-        CaseReader reader(file.cases[i]);
-        if (reader.read())
-            continue;
-        if (file.error.isEmpty())
-            file.error =
-                QStringLiteral("%1:%2: ").arg(path, QString::number(reader.line)) + reader.error;
-        file.cases.resize(i);
+    const Block* group = nullptr;
+    for (int i = 0; i < file.blocks.size(); ++i) {
+        if (file.blocks[i].isGroup)
+            group = &file.blocks[i];
+        else if (!readBlock(file, group, i))
+            break;
     }
     if (file.error.isEmpty() && file.cases.isEmpty())
         file.error = QStringLiteral("%1:1: no case in the file").arg(path);
@@ -209,20 +284,24 @@ CaseFile readCaseFile(const QString& path) {
 }
 
 QString caseFileText(const CaseFile& file) {
-    QString text = withoutBlankEnd(file.preamble);
-    if (!text.isEmpty())
-        text += QLatin1String("\n\n");
-    for (const Case& each : file.cases) {
-        text += QLatin1String("== ") + each.sentence + QLatin1Char('\n');
-        for (const Section& section : each.sections) {
-            text += QLatin1String("-- ") + section.title + QLatin1Char('\n');
-            if (!section.body.isEmpty())
-                text += section.body + QLatin1Char('\n');
+    QStringList lines;
+    if (!file.preamble.isEmpty())
+        lines << withoutBlankEnd(file.preamble) << QString();
+    for (const Block& block : file.blocks) {
+        lines << QLatin1String(block.isGroup ? "=== " : "== ") + block.sentence;
+        for (const Situation& each : block.situations) {
+            lines << each.element;
+            for (const QString& line : each.expected.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+                lines << indentation + line;
         }
-        if (&each != &file.cases.back())
-            text += QLatin1Char('\n');
+        for (const Section& section : block.sections) {
+            lines << QLatin1String("-- ") + section.title;
+            if (!section.body.isEmpty())
+                lines << section.body;
+        }
+        lines << QString();
     }
-    return text;
+    return lines.join(QLatin1Char('\n'));
 }
 
 } // namespace velmorra::harness

@@ -29,6 +29,22 @@ struct Section {
     QString word(int index) const { return title.section(QLatin1Char(' '), index, index); }
 };
 
+/// An element and, indented below it, the rows of pin 0 and the messages that it gives.
+struct Situation {
+    int line = 0;
+    QString element;
+    QString expected; ///< without the indentation
+};
+
+/// A heading with what stands below it.
+struct Block {
+    int line = 0;
+    bool isGroup = false; ///< its sections belong to all cases up to the next group
+    QString sentence;
+    QVector<Situation> situations; ///< in front of the sections
+    QVector<Section> sections;
+};
+
 struct ExpectedTable {
     int line = 0;
     bool nothing = false; ///< no row; the columns don't matter
@@ -40,11 +56,13 @@ struct ExpectedText {
     QString text;
 };
 
+/// One situation of a block, or all of a block that has none.
 struct Case {
     QString file;
     int line = 0;
     QString sentence;
-    QVector<Section> sections; ///< all of them in the order of the file
+    int block = 0;
+    int situation = -1;
 
     QStringList elements;
     QVector<std::pair<QString, QString>> parameters;
@@ -57,20 +75,27 @@ struct Case {
     std::optional<ExpectedText> parallel; ///< "yes", "no" or a partition column
     bool fails = false;
 
+    /// Else only the stored element is compared, and nothing runs.
+    bool tellsOfARun() const { return fails || log || !outputs.empty() || !columns.empty(); }
     int lastElement() const { return static_cast<int>(elements.size()) - 1; }
 };
 
 struct CaseFile {
     QString path;
-    QString preamble; ///< the comments in front of the first case
+    QString preamble; ///< the comments in front of the first block
+    QVector<Block> blocks;
     QVector<Case> cases;
     QString error; ///< file, line and what is wrong; the cases in front of it are read
 };
 
+/// The `[N.]PIN` (N from 1) of a section; without N that of `element`. The pin is below 0 where
+/// there is none.
+Place placeOf(const Section& section, int element);
+
 CaseFile readCaseFile(const QString& path);
 CaseFile parseCaseFile(const QString& text, const QString& path);
 
-/// The text of a case file, from the sections of its cases.
+/// The text of a case file, from its blocks.
 QString caseFileText(const CaseFile& file);
 
 } // namespace velmorra::harness

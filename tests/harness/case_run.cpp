@@ -145,20 +145,6 @@ int copiesOf(Circumstance circumstance) {
     return static_cast<int>(circumstance) - static_cast<int>(Circumstance::OneCopy) + 1;
 }
 
-void CollectedLog::take(const Message& message) {
-    QString text = message.text;
-    if (text.endsWith(QLatin1Char('\n')))
-        text.chop(1);
-    if (!files.isNull())
-        text.replace(files, QLatin1String("${files}"));
-    const RunContext* const context = RunContextScope::current();
-    const ActionItem* const box = context == nullptr ? nullptr : context->box;
-    const bool ofCopy = box != nullptr && box->parallelGroup != nullptr && box->isParallelCopy();
-    const std::lock_guard<std::mutex> lock(mutex_);
-    (ofCopy ? copies : master)
-        .push_back(QLatin1Char('[') + QString::number(message.level) + QLatin1String("] ") + text);
-}
-
 std::vector<std::unique_ptr<ActionItem>> makeElements(const Case& run, const ActionCatalog& catalog,
                                                       GlobalParameters& parameters,
                                                       QString& problem) {
@@ -226,14 +212,14 @@ CaseResult runCase(const Case& run, const ActionCatalog& catalog, Circumstance c
     RunContext context{&log, nullptr};
     const RunContextScope scope(&context);
     CaseGraph built;
-    if (run.files != nullptr)
-        log.files = run.files->path();
     buildGraph(built, run, catalog, habitsOf(circumstance), allPins);
     result.problem = built.problem;
     if (!result.problem.isEmpty())
         return result;
     runGraph(built, log, circumstance, result);
     result.log = log.master;
+    if (run.files != nullptr)
+        result.log.replaceInStrings(run.files->path(), QStringLiteral("${files}"));
     for (const auto& [place, sink] : built.sinks) {
         if (!sink->defect().isEmpty())
             result.problem = sink->defect();

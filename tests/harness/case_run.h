@@ -4,9 +4,9 @@
 #include "engine/parallel_section.h"
 #include "tests/harness/case_file.h"
 #include "tests/harness/table_boxes.h"
+#include "tests/plain_box.h"
 
 #include <array>
-#include <mutex>
 
 namespace velmorra::harness {
 
@@ -33,17 +33,7 @@ const char* nameOf(Circumstance circumstance);
 /// Copies beside the master; 0 for a circumstance of a single thread.
 int copiesOf(Circumstance circumstance);
 
-/// The messages of a run as `[level] text`, those of parallel copies apart.
-class CollectedLog : public MessageSink {
-public:
-    void take(const Message& message) override;
-    QStringList master;
-    QStringList copies;
-    QString files; ///< a folder that messages name as `${files}`; null: none
-
-private:
-    std::mutex mutex_;
-};
+using test::CollectedLog;
 
 /// What a run of a case gave.
 struct CaseResult {

@@ -33,6 +33,7 @@ class Case:
         self.where = f"{path}:{line}: {sentence}"
         self.folder = path.parent
         self.sections = []  # (title words, body)
+        self.one_of_many = False  # situations under one sentence
 
     def all(self, kind):
         return [(title, body) for title, body in self.sections if title[0] == kind]
@@ -45,19 +46,37 @@ class Case:
         return any(title[0] in EXPECTATIONS for title, _ in self.sections)
 
 
+def brief(expected):
+    """The sections of what stands indented below an element."""
+    lines = [line[4:] for line in expected.splitlines()]
+    rows = next((i for i, line in enumerate(lines) if line.startswith("[")), len(lines))
+    nothing = ["nothing"] if lines[:1] == ["nothing"] else []
+    out = [(["out", "0"] + nothing, "" if nothing else "\n".join(lines[:rows]))]
+    log = [(["log"], "\n".join(lines[rows:]))] if lines[rows:] else []
+    return (out if rows else [(["fails"], "")] if lines else []) + log
+
+
 def read_cases(path):
-    cases, body = [], None
-    for number, line in enumerate(path.read_bytes().decode().split("\n"), 1):
-        if line.startswith("== "):
-            cases.append(Case(path, number, line[3:].strip()))
-            body = None
-        elif line.startswith("-- ") and cases:
-            body = []
-            cases[-1].sections.append((line[3:].strip().split(" "), body))
-        elif body is not None:
-            body.append(line)
-    for case in cases:
-        case.sections = [(title, "\n".join(body).rstrip("\n")) for title, body in case.sections]
+    """The cases of a file: each situation with the sections of its block and its group."""
+    cases, shared, line = [], [], 1
+    for block in re.split(r"^(?====? )", path.read_bytes().decode(), flags=re.M):
+        heading, _, rest = block.partition("\n")
+        head, *parts = re.split(r"^-- ", rest, flags=re.M)
+        parts = [part.partition("\n") for part in parts]
+        own = [(title.strip().split(" "), body.rstrip("\n")) for title, _, body in parts]
+        situations = re.findall(r"^(\S.*)\n((?:    .*(?:\n|$))*)", head, flags=re.M)
+        if heading.startswith("=== "):
+            shared = own
+        elif heading.startswith("== "):
+            titles = [title for title, _ in own]
+            given = [each for each in shared if each[0] not in titles] + own
+            for element, expected in situations or [(None, "")]:
+                case = Case(path, line, heading[3:].strip())
+                case.sections = [(["element"], element)] if element else []
+                case.sections += given + brief(expected)
+                case.one_of_many = len(situations) > 1
+                cases.append(case)
+        line += block.count("\n")
     return cases
 
 

@@ -11,9 +11,9 @@ namespace {
 
 /// Hands on each row one row late through pointers that are no longer valid, which shows only where
 /// the producer's memory is used again.
-class KeepsPointers : public TableBox {
+class KeepsPointers : public test::PlainBox {
 public:
-    explicit KeepsPointers(GlobalParameters* parameters) : TableBox(parameters) {}
+    explicit KeepsPointers(GlobalParameters* parameters) : PlainBox(XMLNode(), parameters) {}
     const char* actionName() const override { return "KeepsPointers"; }
     ActionItem* newFromXML(XMLNode, GlobalParameters* parameters) const override {
         return new KeepsPointers(parameters);
@@ -60,7 +60,10 @@ TEST(CaseFile, ErrorsNameFileAndLine) {
               "x.case:5: 'a' isn't name:TYPE or name:TYPE:SORT");
     EXPECT_EQ(errorOf("== a\n-- element\nX\n"), "x.case:1: a case that expects nothing");
     EXPECT_EQ(errorOf("== a\n-- fails\n"), "x.case:1: a case without an element");
-    EXPECT_EQ(errorOf("== a\nelement\n"), "x.case:2: a line outside of a section");
+    EXPECT_EQ(errorOf("== a\n    x\n"), "x.case:2: a line outside of a section");
+    EXPECT_EQ(errorOf("=== a\nX\n"), "x.case:2: a line outside of a section");
+    EXPECT_EQ(errorOf("== a\nX\n    a:U\nX\n    a:K\n    x\n"),
+              "x.case:6: 'x' doesn't fit the type of column 'a'");
     EXPECT_EQ(errorOf("# nothing\n"), "x.case:1: no case in the file");
 }
 
@@ -112,19 +115,24 @@ TEST(CaseCheck, PointersThatAreKeptTooLongShowAtOddAddresses) {
 }
 
 TEST(CaseCheck, WrittenExpectationsAreThoseOfTheRun) {
-    const Case written =
-        rewrittenCase(oneCase(QStringLiteral("== a\n-- element\nSelectColumns columns=b,nowhere\n"
-                                             "-- in 0\na:U,b:K\nx,1\n-- out 0\na:U\n")),
-                      testCatalog());
-    CaseFile file;
-    file.cases.push_back(written);
+    CaseFile file =
+        parseCaseFile("=== g\n-- in 0\na:U,b:K\nx,1\n\n== one\nSelectColumns columns=b,no\n"
+                      "    a:U\nSelectColumns columns=b\n    nothing\n\n== two\n-- element\n"
+                      "SelectColumns columns=b\n-- out 0\na:U\n-- fails\n-- saved\n",
+                      "x.case");
+    EXPECT_EQ(file.error.toStdString(), "");
+    for (const Case& each : file.cases)
+        writeExpectations(file, each, testCatalog());
     EXPECT_EQ(caseFileText(file).toStdString(),
-              "== a\n-- element\nSelectColumns columns=b,nowhere\n-- in 0\na:U,b:K\nx,1\n-- fails\n"
-              "-- log\n[1] An error occurred while initializing the Action 'SelectColumns':\n"
-              "The column 'nowhere' is missing on input pin 0.\n");
-    for (const Circumstance circumstance : circumstances)
-        EXPECT_TRUE(checkCase(oneCase(caseFileText(file)), testCatalog(), circumstance).isEmpty())
-            << nameOf(circumstance);
+              "=== g\n-- in 0\na:U,b:K\nx,1\n\n== one\nSelectColumns columns=b,no\n"
+              "    [1] An error occurred while initializing the Action 'SelectColumns':\n"
+              "    The column 'no' is missing on input pin 0.\nSelectColumns columns=b\n    b:K\n"
+              "    1\n\n== two\n-- element\nSelectColumns columns=b\n-- out 0\nb:K\n1\n-- saved\n"
+              "<SelectColumns version='4.16' keep='1'>\n<s>b</s>\n</SelectColumns>\n");
+    const CaseFile again = parseCaseFile(caseFileText(file), "x.case");
+    ASSERT_EQ(again.cases.size(), 3);
+    for (const Case& each : again.cases)
+        EXPECT_TRUE(checkCase(each, testCatalog(), Circumstance::Plain).isEmpty()) << each.line;
 }
 
 } // namespace

@@ -8,14 +8,9 @@ namespace {
 constexpr uchar poison = cell::emptyText;
 } // namespace
 
-const StoredElement& TableBox::storedElement() const {
-    static const StoredElement element(2.08);
-    return element;
-}
-
 TableSource::TableSource(std::shared_ptr<const PackedTable> table, SourceHabits habits,
                          GlobalParameters* parameters)
-    : TableBox(parameters),
+    : PlainBox(XMLNode(), parameters),
       table_(std::move(table)),
       habits_(habits) {
     nPinIn = 0;
@@ -77,7 +72,7 @@ void TableSource::placeAtOddAddresses(OneRow& row) {
     }
 }
 
-TableSink::TableSink(GlobalParameters* parameters) : TableBox(parameters) {
+TableSink::TableSink(GlobalParameters* parameters) : PlainBox(XMLNode(), parameters) {
     nPinOut = 0;
 }
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "engine/packed_table.h"
-#include "host/action_item.h"
+#include "tests/plain_box.h"
 
 #include <atomic>
 #include <memory>
@@ -22,28 +22,13 @@ struct SourceHabits {
     bool endless = false;
 };
 
-/// What both boxes share: they are in no catalogue and store nothing.
-class TableBox : public ActionItem {
-public:
-    QString actionDescription() const override { return {}; }
-    QStringList actionCategories() const override { return {}; }
-    QStringList actionKeywords() const override { return {}; }
-    const StoredElement& storedElement() const override;
-
-protected:
-    explicit TableBox(GlobalParameters* parameters) : ActionItem(XMLNode(), parameters) {}
-};
-
-class TableSource : public TableBox {
+class TableSource : public test::PlainBox {
 public:
     TableSource(std::shared_ptr<const PackedTable> table, SourceHabits habits,
                 GlobalParameters* parameters);
 
     const char* actionName() const override { return "TableSource"; }
     ActionItem* clone(GlobalParameters* parameters) const override;
-    ActionItem* newFromXML(XMLNode, GlobalParameters* parameters) const override {
-        return clone(parameters);
-    }
     bool afterRun() override;
     void rewindRun() override;
 
@@ -61,15 +46,12 @@ private:
     std::vector<uchar> previous_; ///< the overwritten ones of the row before
 };
 
-class TableSink : public TableBox {
+class TableSink : public test::PlainBox {
 public:
     explicit TableSink(GlobalParameters* parameters);
 
     const char* actionName() const override { return "TableSink"; }
     ActionItem* clone(GlobalParameters* parameters) const override;
-    ActionItem* newFromXML(XMLNode, GlobalParameters* parameters) const override {
-        return clone(parameters);
-    }
     void rewindRun() override;
 
     /// The rows of the last run, copied as they came, with the columns of the pin. Once per run.

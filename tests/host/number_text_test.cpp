@@ -30,31 +30,13 @@ TEST(NumberText, Keys) {
     EXPECT_EQ(keyText(0xFFFFFFFDu), "4294967293");
 }
 
-TEST(NumberText, FloatsInFixedNotation) {
-    EXPECT_EQ(textOf(0.0), "0");
-    EXPECT_EQ(textOf(-0.0), "-0");
-    EXPECT_EQ(textOf(1), "1");
-    EXPECT_EQ(textOf(-125), "-125");
-    EXPECT_EQ(textOf(100000), "100000");
-    EXPECT_EQ(textOf(0.1), "0.1");
-    EXPECT_EQ(textOf(1.0 / 3), "0.3333333333333333");
-    EXPECT_EQ(textOf(0.1 + 0.2), "0.30000000000000004");
-    EXPECT_EQ(textOf(123456.789), "123456.789");
-    EXPECT_EQ(textOf(9007199254740993.0), "9007199254740992");
-}
-
-TEST(NumberText, NotationChangesAtTheLimits) {
-    EXPECT_EQ(textOf(1e-4), "0.0001");
-    EXPECT_EQ(textOf(-0.00012345), "-0.00012345");
-    EXPECT_EQ(textOf(std::nextafter(1e-4, 0)), "9.999999999999999e-05");
-    EXPECT_EQ(textOf(1e-5), "1e-05");
-    EXPECT_EQ(textOf(1e15), "1000000000000000");
-    EXPECT_EQ(textOf(std::nextafter(1e16, 0)), "9999999999999998");
-    EXPECT_EQ(textOf(1e16), "1e+16");
-    EXPECT_EQ(textOf(-1.5e16), "-1.5e+16");
-    EXPECT_EQ(textOf(1e100), "1e+100");
-    EXPECT_EQ(textOf(5e-324), "5e-324");
-    EXPECT_EQ(textOf(std::numeric_limits<double>::max()), "1.7976931348623157e+308");
+TEST(NumberText, OfSomeFloats) {
+    for (const QString& text :
+         QString("0 -0 1 -125 100000 0.1 0.3333333333333333 0.30000000000000004 123456.789 0.0001 "
+                 "-0.00012345 9.999999999999999e-05 1e-05 1000000000000000 9999999999999998 1e+16 "
+                 "-1.5e+16 1e+100 5e-324 1.7976931348623157e+308 9007199254740992")
+             .split(' '))
+        EXPECT_EQ(textOf(std::strtod(qPrintable(text), nullptr)), text.toStdString());
 }
 
 TEST(NumberText, WordsForWhatHasNoDigits) {

@@ -1,12 +1,10 @@
 // Rows: values and texts of cells, stored blocks, copies, and the lookup of columns.
-#include "host/one_row.h"
+#include "tests/rows/random_cells.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
-#include <random>
-#include <vector>
 
 namespace {
 
@@ -192,101 +190,61 @@ TEST(OneRow, NullsAreOfTheColumnsForm) {
 }
 
 /// Random rows over columns of all forms.
-class RandomTable {
-public:
-    explicit RandomTable(unsigned seed) : random_(seed) {
-        row.setNumberOfColumns(1 + static_cast<int>(random_() % 12));
-        for (int i = 0; i < row.sz(); ++i) {
-            const qint32 types[] = {MetaTypeKey, MetaTypeFloat, MetaTypeText};
-            row.setMetaType(i, {types[random_() % 3], -1});
-            row.setColName(i, QString::number(i));
-        }
+struct RandomTable {
+    explicit RandomTable(unsigned seed) : random(seed) {
+        std::vector<qint32> types(1 + random() % 12);
+        for (qint32& type : types)
+            type = "KFU"[random() % 3];
+        table = randomTable(random, types, 20, 1000);
+        setTypes(row, types);
+        pointAt(row, table.rows[0]);
     }
 
-    void fillRow() {
-        buffer_.reset();
-        for (int i = 0; i < row.sz(); ++i)
-            fillCell(i);
-    }
-
+    std::mt19937 random;
+    CellTable table;
     OneRow row;
-
-private:
-    void fillCell(int column) {
-        const qint32 type = row.getMetaType(column).type;
-        if (random_() % 5 == 0) {
-            row.setNull(column);
-        } else if (type == MetaTypeText) {
-            const int lengths[] = {0, 1, 2, 60, 125, 126, 127, 300};
-            const QString text(lengths[random_() % std::size(lengths)], QChar(u'\u00DF'));
-            row.setColAsString(column, buffer_, text.isNull() ? QString("") : text);
-        } else {
-            uchar* const bytes = buffer_.alloc(9) + random_() % 2;
-            if (type == MetaTypeKey)
-                cell::storeKey(bytes, static_cast<quint32>(random_()));
-            else
-                cell::storeFloat(bytes, static_cast<double>(random_()) / 7);
-            row.setCol(column, bytes);
-        }
-    }
-
-    std::mt19937 random_;
-    RowBuffer buffer_;
 };
-
-void expectSameCells(const OneRow& a, const OneRow& b) {
-    for (int i = 0; i < a.sz(); ++i) {
-        ASSERT_EQ(a.totalLengthField(i), b.totalLengthField(i)) << i;
-        ASSERT_EQ(std::memcmp(a.cells[i], b.cells[i], size_t(a.totalLengthField(i))), 0) << i;
-    }
-}
 
 TEST(OneRow, StoredRowsReadBackAtEvenAndOddAddresses) {
     for (unsigned seed = 0; seed < 60; ++seed) {
-        RandomTable table(seed);
+        RandomTable random(seed);
+        const OneRow& row = random.row;
         OneRow copy;
-        copy.setShape(table.row.shape());
+        copy.setShape(row.shape());
         RowBuffer store;
-        std::vector<uchar> packed;
-        for (int i = 0; i < 20; ++i) {
-            table.fillRow();
-            const uchar* const block = table.row.storeInBuffer(store);
-            EXPECT_EQ(copy.initFromBuffer(block, 0, -1), block + table.row.storedBytes());
-            expectSameCells(table.row, copy);
-
+        Bytes packed;
+        for (const std::vector<Bytes>& cells : random.table.rows) {
+            pointAt(random.row, cells);
+            const auto expectCells = [&](const OneRow& got, int first) {
+                for (size_t i = 0; i < cells.size(); ++i)
+                    ASSERT_EQ(bytesOf(got.cells[size_t(first) + i], random.table.types[i]),
+                              cells[i]);
+            };
+            const uchar* const block = row.storeInBuffer(store);
+            EXPECT_EQ(copy.initFromBuffer(block, 0, -1), block + row.storedBytes());
+            expectCells(copy, 0);
             for (const qsizetype shift : {0, 1}) {
-                packed.assign(size_t(table.row.storedBytes() + shift), 0);
-                table.row.storeAt(packed.data() + shift);
+                packed.assign(size_t(row.storedBytes() + shift), 0);
+                row.storeAt(packed.data() + shift);
                 copy.initFromBuffer(packed.data() + shift, 0, -1);
-                expectSameCells(table.row, copy);
+                expectCells(copy, 0);
             }
+            // As a part of a wider row.
+            OneRow wide;
+            wide.setNumberOfColumns(row.sz() + 3);
+            for (int i = 0; i < row.sz(); ++i)
+                wide.setMetaType(i + 2, row.getMetaType(i));
+            EXPECT_EQ(wide.initFromBuffer(block, 2, wide.sz() - 1), block + row.storedBytes());
+            expectCells(wide, 2);
+            EXPECT_TRUE(cell::isNull(wide.cells[0], MetaTypeText));
+            EXPECT_TRUE(cell::isNull(wide.cells[wide.sz() - 1], MetaTypeText));
         }
     }
-}
-
-TEST(OneRow, PartOfARowReadsFromABlock) {
-    RandomTable table(4);
-    OneRow wide;
-    wide.setNumberOfColumns(table.row.sz() + 3);
-    for (int i = 0; i < table.row.sz(); ++i)
-        wide.setMetaType(i + 2, table.row.getMetaType(i));
-    RowBuffer store;
-    table.fillRow();
-    const uchar* const block = table.row.storeInBuffer(store);
-    const uchar* const end = wide.initFromBuffer(block, 2, wide.sz() - 1);
-    EXPECT_EQ(end, block + table.row.storedBytes());
-    for (int i = 0; i < table.row.sz(); ++i) {
-        const auto size = static_cast<size_t>(table.row.totalLengthField(i));
-        EXPECT_EQ(std::memcmp(wide.cells[i + 2], table.row.cells[i], size), 0) << i;
-    }
-    EXPECT_TRUE(cell::isNull(wide.cells[0], MetaTypeText));
-    EXPECT_TRUE(cell::isNull(wide.cells[wide.sz() - 1], MetaTypeText));
 }
 
 TEST(OneRow, FirstCopyTakesOverTheShape) {
     RandomTable table(9);
     table.row.setSortInfos({{0, SortNumberRising}});
-    table.fillRow();
     OneRow out;
     EXPECT_TRUE(out.isFresh());
     out.copyFrom(table.row);
@@ -297,14 +255,12 @@ TEST(OneRow, FirstCopyTakesOverTheShape) {
     out.makeFresh();
     EXPECT_EQ(out.sz(), 0);
     RandomTable other(10);
-    other.fillRow();
     out.copyFrom(other.row);
     EXPECT_EQ(out.shape(), other.row.shape());
 }
 
 TEST(OneRow, LaterCopiesLeaveAloneWhatWasSet) {
     RandomTable table(9);
-    table.fillRow();
     const int inputColumns = table.row.sz();
     OneRow out;
     out.copyFrom(table.row);
@@ -317,14 +273,14 @@ TEST(OneRow, LaterCopiesLeaveAloneWhatWasSet) {
     const PinOutMetaData shape = out.shape();
     const uchar key[4] = {1, 0, 0, 0};
     out.setCol(inputColumns, key);
-    for (int i = 0; i < 3; ++i) {
-        table.fillRow();
+    for (const std::vector<Bytes>& cells : table.table.rows) {
+        pointAt(table.row, cells);
         out.copyFrom(table.row);
         EXPECT_TRUE(std::equal(out.cells, out.cells + inputColumns, table.row.cells));
         EXPECT_EQ(out.cells[inputColumns], key);
         EXPECT_EQ(out.shape(), shape);
     }
-    EXPECT_EQ(table.row.colName(0), "0");
+    EXPECT_EQ(table.row.colName(0), "c0");
 
     out.setNumberOfColumns(1);
     out.copyFrom(table.row);
