@@ -5,6 +5,7 @@
 #include "check_command.h"
 #include "columns_command.h"
 #include "command_line.h"
+#include "convert_command.h"
 #include "preview_command.h"
 #include "run_command.h"
 
@@ -34,6 +35,8 @@ int main(int argc, char** argv) {
     std::vector<std::unique_ptr<Command>> commands;
     commands.push_back(std::make_unique<RunCommand>());
     commands.push_back(std::make_unique<ApplyCommand>());
+    commands.push_back(std::make_unique<ConvertCommand>());
+    commands.push_back(std::make_unique<CatCommand>());
     commands.push_back(std::make_unique<CheckCommand>());
     commands.push_back(std::make_unique<ColumnsCommand>());
     commands.push_back(std::make_unique<PreviewCommand>());

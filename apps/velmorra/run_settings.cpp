@@ -50,8 +50,10 @@ void GraphSettings::declare(CLI::App& app) {
 
 void RunSettings::declare(CLI::App& app) {
     GraphSettings::declare(app);
-    addValue(app, "--threads", threadsWord_, "N",
-             "threads that the run may use (1; more bring nothing yet)");
+    threadsMeaning_ =
+        "threads that the run may use; stored tables are read and written by several (" +
+        std::to_string(runOptions.threads) + ")";
+    addValue(app, "--threads", threadsWord_, "N", threadsMeaning_.c_str());
     addValue(app, "--progress", progressWord_, "auto|always|never",
              "draw progress; auto: on a terminal (auto)");
     addValue(app, "--log", logWord_, "text|json",

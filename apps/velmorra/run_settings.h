@@ -34,6 +34,7 @@ public:
 
 private:
     std::string threadsWord_;
+    std::string threadsMeaning_;
     std::string progressWord_;
     std::string logWord_;
 };

@@ -12,7 +12,7 @@ namespace gel {
 
 namespace {
 constexpr size_t leastFrame = 8 << 10;
-constexpr size_t sampleBytes = 4 << 10;
+constexpr size_t sampleBytes = 8 << 10;
 } // namespace
 
 BlockCompressor::BlockCompressor() : context_(ZSTD_createCCtx()) {
@@ -24,18 +24,57 @@ BlockCompressor::~BlockCompressor() {
     ZSTD_freeCCtx(context_);
 }
 
-BlockEntry BlockCompressor::compress(const BlockCells& cells, GrowingBytes* stored) {
+BlockPlan BlockCompressor::plan(const BlockCells& cells) {
+    BlockPlan plan(cells.columns());
+    for (size_t i = 0; i < plan.size(); ++i) {
+        if (cells.type(i) != MetaTypeKey && cells.type(i) != MetaTypeFloat)
+            plan[i] = planFor(cells.texts(i));
+    }
+    return plan;
+}
+
+TextPlan BlockCompressor::planFor(const TextCells& texts) {
+    const uchar* const low = texts.low.data();
+    const size_t size = std::min(texts.low.size(), sampleBytes);
+    if (size < leastFrame)
+        return {};
+    TextPlan plan;
+    // That kind gains by repetitions alone; looking for them thoroughly takes several times as long
+    // where there are none.
+    plan.repeats = sampleSize(low, size, Kind::Packed) < size - size / 8;
+    const Kind kind = plan.repeats ? Kind::RepeatingText : Kind::Text;
+    const size_t width = texts.lengths.front() - 1;
+    if (TextCodec::canBeTurned(texts) && width <= size / 2) {
+        const size_t rows = size / width;
+        sample_.clear();
+        transpose(low, rows, width, sample_.add(rows * width));
+        plan.turned = sampleSize(sample_.data(), sample_.size(), Kind::Text) <
+                      sampleSize(low, rows * width, kind);
+    }
+    plan.repeats &= !plan.turned;
+    return plan;
+}
+
+size_t BlockCompressor::sampleSize(const uchar* bytes, size_t size, Kind kind) {
+    sampleFrame_.clear();
+    compressFrame(bytes, size, kind, &sampleFrame_);
+    return sampleFrame_.size();
+}
+
+BlockEntry BlockCompressor::compress(const BlockCells& cells, const BlockPlan& plan,
+                                     GrowingBytes* stored) {
     encoded_.clear();
     stored->clear();
     cutAt_ = 0;
     for (size_t i = 0; i < cells.columns(); ++i)
-        encodeColumn(cells, i, stored);
+        encodeColumn(cells, i, plan[i], stored);
     cut(Kind::Packed, 0, stored);
     return {cells.rows(), cells.cellBytes(), static_cast<quint32>(encoded_.size()),
             static_cast<quint32>(stored->size()), checksum(stored->data(), stored->size())};
 }
 
-void BlockCompressor::encodeColumn(const BlockCells& cells, size_t column, GrowingBytes* stored) {
+void BlockCompressor::encodeColumn(const BlockCells& cells, size_t column, TextPlan plan,
+                                   GrowingBytes* stored) {
     const qint32 type = cells.type(column);
     const size_t rows = cells.rows();
     if (type == MetaTypeFloat) {
@@ -48,34 +87,18 @@ void BlockCompressor::encodeColumn(const BlockCells& cells, size_t column, Growi
             keys_[i] = load<quint32>(bytes + 4 * i) + 1;
         packNumbers(keys_.data(), rows, &encoded_);
     } else {
-        encodeText(cells.texts(column), stored);
+        encodeText(cells.texts(column), plan, stored);
     }
 }
 
-void BlockCompressor::encodeText(const TextCells& texts, GrowingBytes* stored) {
-    const bool turned = TextCodec::canBeTurned(texts) && isSmallerTurned(texts);
+void BlockCompressor::encodeText(const TextCells& texts, TextPlan plan, GrowingBytes* stored) {
+    const bool turned = plan.turned && TextCodec::canBeTurned(texts);
     texts_.encodeHead(texts, turned, &encoded_);
     const size_t size = texts.low.size() + texts.high.size();
     if (size >= leastFrame)
         cut(Kind::Packed, 1, stored);
     TextCodec::encodeTexts(texts, turned, &encoded_);
-    cut(Kind::Text, leastFrame, stored);
-}
-
-/// Tries both on a few rows.
-bool BlockCompressor::isSmallerTurned(const TextCells& texts) {
-    const size_t width = texts.lengths.front() - 1;
-    const size_t rows = std::min(texts.lengths.size(), sampleBytes / width);
-    if (rows < 2)
-        return false;
-    sample_.clear();
-    transpose(texts.low.data(), rows, width, sample_.add(rows * width));
-    sampleFrame_.clear();
-    compressFrame(sample_.data(), sample_.size(), Kind::Text, &sampleFrame_);
-    const size_t turned = sampleFrame_.size();
-    sampleFrame_.clear();
-    compressFrame(texts.low.data(), rows * width, Kind::Text, &sampleFrame_);
-    return turned < sampleFrame_.size();
+    cut(plan.repeats ? Kind::RepeatingText : Kind::Text, leastFrame, stored);
 }
 
 /// Compresses what has been encoded since the last cut, if it is `least` bytes or more.
@@ -92,8 +115,9 @@ void BlockCompressor::compressFrame(const uchar* bytes, size_t size, Kind kind, 
         ZSTD_CCtx_setParameter(context_, parameter, value);
     };
     set(ZSTD_c_compressionLevel, 1);
-    set(ZSTD_c_strategy, ZSTD_fast);
+    set(ZSTD_c_strategy, kind == Kind::RepeatingText ? ZSTD_dfast : ZSTD_fast);
     set(ZSTD_c_hashLog, 14);
+    set(ZSTD_c_chainLog, 12);
     // Long matches only: repetitions of a few letters cost more time than they save.
     set(ZSTD_c_minMatch, 7);
     // Packed numbers rarely repeat; this gives up on them soon.

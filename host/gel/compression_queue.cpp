@@ -5,6 +5,12 @@
 
 namespace gel {
 
+namespace {
+/// Blocks after which it is looked anew how they are best compressed: on the calling thread, so
+/// that it doesn't depend on which block is ready when.
+constexpr size_t blocksOfAPlan = 32;
+} // namespace
+
 CompressionQueue::CompressionQueue(const QVector<MetaInfo>& types, int workers) {
     try {
         for (int i = 0; i < workers; ++i)
@@ -28,7 +34,7 @@ CompressionQueue::~CompressionQueue() {
 
 void CompressionQueue::compress(BlockCompressor* compressor, Block* block) {
     try {
-        block->entry = compressor->compress(block->cells, &block->stored);
+        block->entry = compressor->compress(block->cells, *block->plan, &block->stored);
     } catch (const std::bad_alloc&) {
         block->failed = true;
     }
@@ -53,6 +59,9 @@ void CompressionQueue::work() {
 
 void CompressionQueue::submit() {
     Block* const block = blocks_[filling_].get();
+    if (submitted_++ % blocksOfAPlan == 0)
+        plan_ = std::make_shared<const BlockPlan>(own_.plan(block->cells));
+    block->plan = plan_;
     if (threads_.empty()) {
         compress(&own_, block);
         block->isDone = true;

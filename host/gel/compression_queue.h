@@ -19,6 +19,7 @@ public:
         explicit Block(const QVector<MetaInfo>& types) : cells(types) {}
 
         BlockCells cells;
+        std::shared_ptr<const BlockPlan> plan;
         BlockEntry entry = {};
         GrowingBytes stored;
         bool isDone = false;
@@ -34,7 +35,7 @@ public:
     /// The block to fill.
     BlockCells& filling() { return blocks_[filling_]->cells; }
 
-    /// Has the filled block compressed. Requires: `pending() < room()`.
+    /// Has the filled block compressed. Requires: `pending() < room()`. Throws std::bad_alloc.
     void submit();
 
     /// Blocks submitted and not yet taken, and how many of them there may be.
@@ -53,6 +54,8 @@ private:
     size_t filling_ = 0;
     size_t pending_ = 0;
     BlockCompressor own_;
+    std::shared_ptr<const BlockPlan> plan_;
+    size_t submitted_ = 0;
     std::mutex lock_; ///< guards what follows, and isDone of the blocks
     std::condition_variable changed_;
     std::deque<Block*> waiting_;
