@@ -17,8 +17,8 @@ WritesBehind::~WritesBehind() {
 
 bool WritesBehind::put(QByteArray& block) {
     const auto hasRoom = [&] {
-        return put_ == written_ || (put_ - written_ < mostWaiting &&
-                                    bytesWaiting_ + block.size() <= mostBytes);
+        return put_ == written_ ||
+               (put_ - written_ < mostWaiting && bytesWaiting_ + block.size() <= mostBytes);
     };
     threads_.workUntil(*this, [&] { return failedBlock_ != 0 || hasRoom(); });
     bool taken = false;

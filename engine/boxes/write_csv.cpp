@@ -158,11 +158,10 @@ bool WriteCsv::takeRow(const OneRow& row) {
     return rows == rowLimit_;
 }
 
-/// Whether a write may wait for room. Behind the run, what was handed over is still written when the
-/// run has failed, as if it had been written at once.
+/// Whether a write may wait for room. Behind the run, what was handed over is still written when
+/// the run has failed, as if it had been written at once.
 bool WriteCsv::mayWrite() const {
-    return isRunning() ||
-           (behind_ != nullptr && globalParameters->runStatus == RunStatus::Failed);
+    return isRunning() || (behind_ != nullptr && globalParameters->runStatus == RunStatus::Failed);
 }
 
 /// False when the output takes no more, be it that its reader has enough.
