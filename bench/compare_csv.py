@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Times reading and writing CSV against DuckDB and Polars, one thread each, in one run.
+"""Times reading and writing CSV against DuckDB and Polars, as many threads each, in one run.
 
     bench/compare_csv.py --program build/release/bin/velmorra --peers FOLDER [--rows N] [--rounds N]
+                         [--threads N]
 
 FOLDER is where `npm install @duckdb/node-api nodejs-polars` was run; without --peers only velmorra
 is timed. The data is made once, always the same, beside the results in --work (default: a temporary
@@ -26,10 +27,10 @@ TYPES = "id:K,customer:K,price:F,weight:F,part:K"
 WORDS = "café straße naïve window river señor façade blue über forest".split()
 
 PEER = """
-const [peer, task, input, output] = process.argv.slice(1);
+const [peer, task, input, output, threads] = process.argv.slice(1);
 async function duckdb() {
   const { DuckDBInstance } = require('@duckdb/node-api');
-  const db = await (await DuckDBInstance.create(':memory:', { threads: '1' })).connect();
+  const db = await (await DuckDBInstance.create(':memory:', { threads })).connect();
   const all = task === 'pick' ? ", all_varchar=true" : "";
   const what = task === 'pick'
     ? "code AS c, price AS p, category AS k, note AS n" : "*";
@@ -72,7 +73,7 @@ def make_data(path, rows):
             )
 
 
-def run_velmorra(program, task, data, out):
+def run_velmorra(program, task, data, out, threads):
     if task == "pick":
         words = [f"ReadCsv file={data}", "SelectColumns columns=" + ",".join(PICKED),
                  "<ColumnRename><before>" + "".join(f"<s>{c}</s>" for c in PICKED) +
@@ -82,17 +83,18 @@ def run_velmorra(program, task, data, out):
     words.append(f"WriteCsv file={out}")
     before = resource.getrusage(resource.RUSAGE_CHILDREN)
     begin = time.perf_counter()
-    subprocess.run([program, "apply", "--threads", "1", *words], check=True,
+    subprocess.run([program, "apply", "--threads", str(threads), *words], check=True,
                    stderr=subprocess.DEVNULL)
     elapsed = time.perf_counter() - begin
     after = resource.getrusage(resource.RUSAGE_CHILDREN)
     return elapsed, after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
 
 
-def run_peer(folder, peer, task, data, out):
-    environment = dict(os.environ, POLARS_MAX_THREADS="1")
-    done = subprocess.run(["node", "-e", PEER, "--", peer, task, str(data), str(out)], cwd=folder,
-                          env=environment, check=True, capture_output=True, text=True)
+def run_peer(folder, peer, task, data, out, threads):
+    environment = dict(os.environ, POLARS_MAX_THREADS=str(threads))
+    words = [peer, task, str(data), str(out), str(threads)]
+    done = subprocess.run(["node", "-e", PEER, "--", *words], cwd=folder, env=environment,
+                          check=True, capture_output=True, text=True)
     return tuple(map(float, done.stdout.strip().splitlines()[-1].split()))
 
 
@@ -112,7 +114,9 @@ def main():
     parser.add_argument("--work", type=Path)
     parser.add_argument("--rows", type=int, default=1_000_000)
     parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--threads", type=int, default=1)
     arguments = parser.parse_args()
+    threads = arguments.threads
     with tempfile.TemporaryDirectory() as temporary:
         work = arguments.work or Path(temporary)
         data = work / f"rows_{arguments.rows}.csv"
@@ -122,10 +126,13 @@ def main():
         print(f"{data.stat().st_size / 1e6:.0f} MB, median of {arguments.rounds} rounds")
         for task in ("pick", "all"):
             runs = {"copy": lambda: floor(data, work / "copy.csv"),
-                    "velmorra": lambda: run_velmorra(program, task, data, work / "velmorra.csv")}
+                    "velmorra": lambda: run_velmorra(program, task, data, work / "velmorra.csv",
+                                                     threads)}
+            if threads > 1:
+                runs["one thread"] = lambda: run_velmorra(program, task, data, work / "one.csv", 1)
             for peer in ("duckdb", "polars") if arguments.peers else ():
                 runs[peer] = lambda peer=peer: run_peer(arguments.peers, peer, task, data,
-                                                        work / f"{peer}.csv")
+                                                        work / f"{peer}.csv", threads)
             times = {name: [] for name in runs}
             # In turn, so that what else the machine does falls on all alike.
             for _ in range(arguments.rounds):
@@ -134,7 +141,7 @@ def main():
             medians = {name: [statistics.median(part) for part in zip(*values)]
                        for name, values in times.items()}
             for name, (elapsed, used) in medians.items():
-                print(f"{task:5} {name:9} {elapsed:7.3f} s, processor {used:7.3f} s, "
+                print(f"{task:5} {name:10} {elapsed:7.3f} s, processor {used:7.3f} s, "
                       f"{used / medians['velmorra'][1]:5.2f} x velmorra's")
     peak = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss
     if not arguments.peers:

@@ -198,6 +198,9 @@ bool ReadCsv::firstStep() {
         reader_.setWanted(wantedColumns);
     if (!mustComputeFull()) {
         reader_.fill(batch_, 1);
+        // The columns are known all the same.
+        if (batch_.end == BatchEnd::Failed)
+            MainUI::addLog(1, batch_.problem);
         return batch_.rows == 0 || (nextRow(), true);
     }
     setStep<&ReadCsv::nextRow>();
