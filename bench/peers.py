@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs velmorra beside DuckDB and Polars, one thread each, and says what each of them took.
+"""Runs velmorra beside DuckDB and Polars, as many threads each, and says what each of them took.
 
 The compare_*.py next to it use it. Their --peers FOLDER is where
 
@@ -110,6 +110,7 @@ def argument_parser(description, rows, rounds):
     parser.add_argument("--work", type=Path, help="keeps the tables, for later runs")
     parser.add_argument("--rows", type=int, default=rows)
     parser.add_argument("--rounds", type=int, default=rounds)
+    parser.add_argument("--threads", type=int, default=1)
     parser.add_argument("--only", default="", help="runs the cases whose names hold this text")
     return parser
 
@@ -146,21 +147,21 @@ def measured(command, **popen):
 
 
 def run_velmorra(options, words, out):
-    return measured([options.program, "apply", "--threads", "1", *map(str, words),
+    return measured([options.program, "apply", "--threads", str(options.threads), *map(str, words),
                      "--out", f"0={out}"])[0]
 
 
 def run_node(options, peer, code, settings=None):
     task = json.dumps({"peer": peer, "settings": settings or {}, "code": code})
     run, printed = measured(["node", "-e", NODE_PROGRAM, task], cwd=options.peers,
-                            env=dict(os.environ, POLARS_MAX_THREADS="1"))
+                            env=dict(os.environ, POLARS_MAX_THREADS=str(options.threads)))
     if not run.failed:
         run.seconds, run.cpu = map(float, printed.split()[-2:])
     return run
 
 
 def run_duckdb(options, query, out, settings=None):
-    every = {"threads": "1", "preserve_insertion_order": "false"}
+    every = {"threads": str(options.threads), "preserve_insertion_order": "false"}
     return run_node(options, "duckdb", f"COPY ({query}) TO '{out}' (FORMAT csv, HEADER)",
                     every | (settings or {}))
 
@@ -209,7 +210,7 @@ def cell(run):
 
 
 HEADING = """\
-{rows:,} rows, {rounds} rounds: the medians of the processor's time (of the clock's) and of the
+{rows:,} rows, {rounds} rounds, {threads} threads each at most: the medians of the processor's time (of the clock's) and of the
 process's largest memory. The ratio is the processor time of the faster peer to velmorra's.
 
 | Case | velmorra | of it with a tenth of the rows | DuckDB | Polars | Ratio |
@@ -220,7 +221,7 @@ def compare(options, folder, make_cases):
     """Runs the cases of `make_cases(folder, rows)` and prints a table in Markdown; the exit status:
     whether all went well and wrote the same rows. Velmorra also runs with a tenth of the rows, for
     its memory."""
-    print(HEADING.format(rows=options.rows, rounds=options.rounds), flush=True)
+    print(HEADING.format(rows=options.rows, rounds=options.rounds, threads=options.threads), flush=True)
     tenths = make_cases(folder, options.rows // 10)
     complaints = []
     for case, tenth in zip(make_cases(folder, options.rows), tenths):

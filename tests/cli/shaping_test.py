@@ -60,6 +60,9 @@ class Endless(Shaping):
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         self.assertEqual((self.folder / "two.csv").read_text(), "Key,k\n0,x\n1,x\n")
         self.assertEqual((self.folder / "five.csv").read_text(), "Key\n0\n0\n1\n1\n2\n")
+        for box, rows in (("1", "Key,k\n0,x\n1,x\n2,x\n"), ("3", "Key\n0\n0\n1\n")):
+            result = self.velmorra("preview", graph, box, "-n", "3")
+            self.assertEqual((result.returncode, result.stdout, result.stderr), (0, rows, ""))
 
     def test_pins_that_list_names_may_not_be_endless(self):
         graph = """<VelmorraGraph><Actions>
