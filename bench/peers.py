@@ -82,7 +82,7 @@ class Table:
 
     def polars(self):
         kinds = {"K": "pl.UInt32", "F": "pl.Float64", "U": "pl.Utf8"}
-        types = ", ".join(f"{name}: {kinds[kind]}" for name, kind in self.types.items())
+        types = ", ".join(f"'{name}': {kinds[kind]}" for name, kind in self.types.items())
         return f"pl.readCSV('{self.path}', {{dtypes: {{{types}}}}})"
 
 
@@ -187,21 +187,19 @@ def median(runs):
                  for part in ("seconds", "cpu", "peak")))
 
 
-def runs_of(options, case, folder):
+def runs_of(options, case, results):
     """What a case has to run, and the files that are written, by name."""
-    outs = {"velmorra": folder / "out_velmorra.csv"}
+    outs = {name: results / f"{name}.csv" for name in ("velmorra", "DuckDB", "Polars")}
     runs = {"velmorra": lambda: run_velmorra(options, case.velmorra, outs["velmorra"])}
     if options.peers and case.duckdb:
-        outs["DuckDB"] = folder / "out_duckdb.csv"
         runs["DuckDB"] = lambda: run_duckdb(options, case.duckdb, outs["DuckDB"], case.settings)
     if options.peers and case.polars:
-        outs["Polars"] = folder / "out_polars.csv"
         runs["Polars"] = lambda: run_polars(options, case.polars, outs["Polars"])
     return runs, outs
 
 
-def cell(run):
-    """A run in a cell of the table: the processor's time, the clock's, the memory."""
+def told(run):
+    """A run in the table: the processor's time, the clock's, the memory."""
     if not run:
         return "–"
     if run.failed:
@@ -224,17 +222,18 @@ def compare(options, folder, make_cases):
     print(HEADING.format(rows=options.rows, rounds=options.rounds, threads=options.threads), flush=True)
     tenths = make_cases(folder, options.rows // 10)
     complaints = []
-    for case, tenth in zip(make_cases(folder, options.rows), tenths):
-        if options.only in case.name:
-            complaints += compare_case(options, folder, case, tenth)
+    with tempfile.TemporaryDirectory(dir=folder) as results:
+        for case, tenth in zip(make_cases(folder, options.rows), tenths):
+            if options.only in case.name:
+                complaints += compare_case(options, Path(results), case, tenth)
     print("", *complaints, sep="\n", end="")
     return 1 if complaints else 0
 
 
-def compare_case(options, folder, case, tenth):
+def compare_case(options, results, case, tenth):
     """Prints a line of the table; what is wrong with the results."""
-    small = runs_of(options, tenth, folder)[0]["velmorra"]()
-    runs, outs = runs_of(options, case, folder)
+    small = runs_of(options, tenth, results)[0]["velmorra"]()
+    runs, outs = runs_of(options, case, results)
     took = in_turn(runs, options.rounds)
     complaints = [f"{case.name}, {name}: {run.failed}" for name, run in took.items() if run.failed]
     ours = took["velmorra"]
@@ -246,7 +245,7 @@ def compare_case(options, folder, case, tenth):
             difference = different_rows(outs["velmorra"], outs[name], case.ordered)
             complaints += [f"{case.name}, {name}: {difference}"] if difference else []
     parts = [ours, small, took.get("DuckDB"), took.get("Polars")]
-    print(f"| {case.name} |", *(f"{cell(part)} |" for part in parts), f"{ratio} |", flush=True)
+    print(f"| {case.name} |", *(f"{told(part)} |" for part in parts), f"{ratio} |", flush=True)
     return complaints
 
 
