@@ -15,13 +15,9 @@ ORDERS = {"number": "K", "customer": "K", "product": "U", "price": "F", "moment"
 
 
 def mixed(number):
-    """A number of 32 bits for each number, in no order."""
+    """Another number of 32 bits for each number, in no order."""
     number = number * 0x9E3779B1 & 0xFFFFFFFF
-    return (number ^ number >> 15) * 0x85EBCA77 >> 7 & 0xFFFFFFFF
-
-
-def key(number):
-    return mixed(number) % 4_000_000_000
+    return (number ^ number >> 15) * 0x85EBCA77 & 0xFFFFFFFF
 
 
 def product(number):
@@ -35,7 +31,7 @@ def write_orders(out, rows):
     known = rows // 9
     for row in range(rows):
         some = mixed(row + 7)
-        out.write(f"{row},{key(some % known)},{product(some // 3 % known)},"
+        out.write(f"{row},{mixed(some % known)},{product(some // 3 % known)},"
                   f"{some % 10007}.{some % 10}{some % 9 + 1},{some % rows}.25,"
                   f"ordered by {('phone', 'letter', 'mail')[some % 3]} {some % 1009}\n")
 
@@ -43,7 +39,7 @@ def write_orders(out, rows):
 def write_customers(out, rows):
     out.write("id,name,city,score\n")
     for row in range(rows):
-        out.write(f"{key(row)},customer {row},city {row % 997},{row % 89}.{row % 9 + 1}\n")
+        out.write(f"{mixed(row)},customer {row},city {row % 997},{row % 89}.{row % 9 + 1}\n")
 
 
 def write_products(out, rows):
@@ -57,7 +53,7 @@ def write_contacts(out, rows):
     out.write("id,contact,kind\n")
     for kind in ("home", "work", "mobile"):
         for row in range(rows):
-            out.write(f"{key(row)},{mixed(row)}-{kind},{kind}\n")
+            out.write(f"{mixed(row)},{mixed(row)}-{kind},{kind}\n")
 
 
 def write_intervals(out, rows, length):
@@ -90,7 +86,8 @@ def make_cases(folder, rows):
     by_product = "<Join pin='2' mainKey='product' slaveKey='code'/>"
     with_customers = polars_join(customers, "customer", "id")
     with_products = polars_join(products, "product", "code")
-    points = ("IntervalJoin mainLowKey=moment slaveLowKey=low slaveHighKey=high outputRowWhenNoMatch=0")
+    points = ("IntervalJoin outputRowWhenNoMatch=0 mainLowKey=moment "
+              "slaveLowKey=low slaveHighKey=high")
     return [
         peers.Case(
             "`MultiJoin`, integer key",
@@ -130,7 +127,8 @@ def make_cases(folder, rows):
         peers.Case(
             "`IntervalJoin`, points in overlapping intervals",
             [points, *orders.into(0), *across.into(1)],
-            f"SELECT * FROM {orders.duckdb()} JOIN {across.duckdb()} ON moment >= low AND moment < high"),
+            f"SELECT * FROM {orders.duckdb()} JOIN {across.duckdb()} "
+            "ON moment >= low AND moment < high"),
     ]
 
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs velmorra beside DuckDB and Polars, one thread each, and says what each of them took.
+"""Runs velmorra beside DuckDB and Polars, as many threads each, and says what each of them took.
 
 The compare_*.py next to it use it. Their --peers FOLDER is where
 
@@ -82,7 +82,7 @@ class Table:
 
     def polars(self):
         kinds = {"K": "pl.UInt32", "F": "pl.Float64", "U": "pl.Utf8"}
-        types = ", ".join(f"{name}: {kinds[kind]}" for name, kind in self.types.items())
+        types = ", ".join(f"'{name}': {kinds[kind]}" for name, kind in self.types.items())
         return f"pl.readCSV('{self.path}', {{dtypes: {{{types}}}}})"
 
 
@@ -110,6 +110,7 @@ def argument_parser(description, rows, rounds):
     parser.add_argument("--work", type=Path, help="keeps the tables, for later runs")
     parser.add_argument("--rows", type=int, default=rows)
     parser.add_argument("--rounds", type=int, default=rounds)
+    parser.add_argument("--threads", type=int, default=1)
     parser.add_argument("--only", default="", help="runs the cases whose names hold this text")
     return parser
 
@@ -146,21 +147,21 @@ def measured(command, **popen):
 
 
 def run_velmorra(options, words, out):
-    return measured([options.program, "apply", "--threads", "1", *map(str, words),
+    return measured([options.program, "apply", "--threads", str(options.threads), *map(str, words),
                      "--out", f"0={out}"])[0]
 
 
 def run_node(options, peer, code, settings=None):
     task = json.dumps({"peer": peer, "settings": settings or {}, "code": code})
     run, printed = measured(["node", "-e", NODE_PROGRAM, task], cwd=options.peers,
-                            env=dict(os.environ, POLARS_MAX_THREADS="1"))
+                            env=dict(os.environ, POLARS_MAX_THREADS=str(options.threads)))
     if not run.failed:
         run.seconds, run.cpu = map(float, printed.split()[-2:])
     return run
 
 
 def run_duckdb(options, query, out, settings=None):
-    every = {"threads": "1", "preserve_insertion_order": "false"}
+    every = {"threads": str(options.threads), "preserve_insertion_order": "false"}
     return run_node(options, "duckdb", f"COPY ({query}) TO '{out}' (FORMAT csv, HEADER)",
                     every | (settings or {}))
 
@@ -186,21 +187,19 @@ def median(runs):
                  for part in ("seconds", "cpu", "peak")))
 
 
-def runs_of(options, case, folder):
+def runs_of(options, case, results):
     """What a case has to run, and the files that are written, by name."""
-    outs = {"velmorra": folder / "out_velmorra.csv"}
+    outs = {name: results / f"{name}.csv" for name in ("velmorra", "DuckDB", "Polars")}
     runs = {"velmorra": lambda: run_velmorra(options, case.velmorra, outs["velmorra"])}
     if options.peers and case.duckdb:
-        outs["DuckDB"] = folder / "out_duckdb.csv"
         runs["DuckDB"] = lambda: run_duckdb(options, case.duckdb, outs["DuckDB"], case.settings)
     if options.peers and case.polars:
-        outs["Polars"] = folder / "out_polars.csv"
         runs["Polars"] = lambda: run_polars(options, case.polars, outs["Polars"])
     return runs, outs
 
 
-def cell(run):
-    """A run in a cell of the table: the processor's time, the clock's, the memory."""
+def told(run):
+    """A run in the table: the processor's time, the clock's, the memory."""
     if not run:
         return "–"
     if run.failed:
@@ -209,7 +208,7 @@ def cell(run):
 
 
 HEADING = """\
-{rows:,} rows, {rounds} rounds: the medians of the processor's time (of the clock's) and of the
+{rows:,} rows, {rounds} rounds, {threads} threads each at most: the medians of the processor's time (of the clock's) and of the
 process's largest memory. The ratio is the processor time of the faster peer to velmorra's.
 
 | Case | velmorra | of it with a tenth of the rows | DuckDB | Polars | Ratio |
@@ -220,20 +219,21 @@ def compare(options, folder, make_cases):
     """Runs the cases of `make_cases(folder, rows)` and prints a table in Markdown; the exit status:
     whether all went well and wrote the same rows. Velmorra also runs with a tenth of the rows, for
     its memory."""
-    print(HEADING.format(rows=options.rows, rounds=options.rounds), flush=True)
+    print(HEADING.format(rows=options.rows, rounds=options.rounds, threads=options.threads), flush=True)
     tenths = make_cases(folder, options.rows // 10)
     complaints = []
-    for case, tenth in zip(make_cases(folder, options.rows), tenths):
-        if options.only in case.name:
-            complaints += compare_case(options, folder, case, tenth)
+    with tempfile.TemporaryDirectory(dir=folder) as results:
+        for case, tenth in zip(make_cases(folder, options.rows), tenths):
+            if options.only in case.name:
+                complaints += compare_case(options, Path(results), case, tenth)
     print("", *complaints, sep="\n", end="")
     return 1 if complaints else 0
 
 
-def compare_case(options, folder, case, tenth):
+def compare_case(options, results, case, tenth):
     """Prints a line of the table; what is wrong with the results."""
-    small = runs_of(options, tenth, folder)[0]["velmorra"]()
-    runs, outs = runs_of(options, case, folder)
+    small = runs_of(options, tenth, results)[0]["velmorra"]()
+    runs, outs = runs_of(options, case, results)
     took = in_turn(runs, options.rounds)
     complaints = [f"{case.name}, {name}: {run.failed}" for name, run in took.items() if run.failed]
     ours = took["velmorra"]
@@ -245,7 +245,7 @@ def compare_case(options, folder, case, tenth):
             difference = different_rows(outs["velmorra"], outs[name], case.ordered)
             complaints += [f"{case.name}, {name}: {difference}"] if difference else []
     parts = [ours, small, took.get("DuckDB"), took.get("Polars")]
-    print(f"| {case.name} |", *(f"{cell(part)} |" for part in parts), f"{ratio} |", flush=True)
+    print(f"| {case.name} |", *(f"{told(part)} |" for part in parts), f"{ratio} |", flush=True)
     return complaints
 
 

@@ -6,6 +6,7 @@
 namespace velmorra {
 
 struct RunOptions;
+class SideThreads;
 
 /// What the catalogue says about a box of the engine.
 struct BoxEntry {
@@ -25,6 +26,9 @@ public:
 
     /// Options of the run that the box belongs to, set before `rewindRun`; not owned.
     const RunOptions* runOptions = nullptr;
+
+    /// Threads that the box may use beside the run's own; null: none. Not owned, set likewise.
+    SideThreads* sideThreads = nullptr;
 
 protected:
     using ActionItem::ActionItem;
@@ -46,6 +50,15 @@ public:
     /// Leaves no trace; the earlier output stays as it was. May be called more than once, and from
     /// another thread while the run goes on.
     virtual void discardOutput() = 0;
+
+    // For what is written behind the run, in blocks that are numbered through all outputs.
+
+    /// Waits until everything that was handed over is written; the number of the first block that
+    /// couldn't be, or 0.
+    virtual quint64 settle() { return 0; }
+
+    /// Reports why, as a fatal error.
+    virtual void reportFailedWrite() {}
 };
 
 /// A box that writes a table.

@@ -3,6 +3,7 @@
 #include "engine/columns_probe.h"
 #include "engine/engine_box.h"
 #include "engine/graph_part.h"
+#include "engine/side_work.h"
 #include "engine/wiring.h"
 #include "host/main_ui.h"
 
@@ -16,19 +17,60 @@ namespace {
 /// Steps that a sink is given before the next one has its turn, so that spools stay short.
 constexpr int stepsPerTurn = 1024;
 
+/// The boxes of a run that write something.
+struct Outputs : std::vector<std::pair<ActionItem*, OutputKeeper*>> {
+    /// Waits until all have written what they were given. When one couldn't, the first that failed
+    /// reports it, and the answer is false.
+    bool settle() {
+        const value_type* failed = nullptr;
+        quint64 failedBlock = 0;
+        for (const value_type& output : *this) {
+            const quint64 block = output.second->settle();
+            if (block != 0 && (failed == nullptr || block < failedBlock)) {
+                failed = &output;
+                failedBlock = block;
+            }
+        }
+        if (failed == nullptr)
+            return true;
+        RunContext& context = *RunContextScope::current();
+        ActionItem* const speaker = std::exchange(context.box, failed->first);
+        failed->second->reportFailedWrite();
+        context.box = speaker;
+        return false;
+    }
+};
+
 /// Passes messages on until the run is cancelled: what boxes say about inputs that end early
 /// because of that is of no interest.
+///
+/// A message waits for what is written behind the run. If that fails, the run would have ended
+/// there, had it been written at once: the failure is told, and nothing else any more.
 class RunMessages : public MessageSink {
 public:
-    RunMessages(MessageSink& sink, const RunStatus& status) : sink_(sink), status_(status) {}
+    RunMessages(MessageSink& sink, const RunStatus& status, Outputs& outputs)
+        : sink_(sink),
+          status_(status),
+          outputs_(outputs) {}
+
     void take(const Message& message) override {
-        if (status_ != RunStatus::Cancelled)
+        if (status_ == RunStatus::Cancelled || writeFailed_)
+            return;
+        if (!isSettling_) {
+            isSettling_ = true;
+            writeFailed_ = !outputs_.settle();
+            isSettling_ = false;
+        }
+        if (!writeFailed_)
             sink_.take(message);
     }
 
 private:
     MessageSink& sink_;
     const RunStatus& status_;
+    Outputs& outputs_;
+    bool isSettling_ = false;
+    bool writeFailed_ = false;
 };
 
 /// How much of some sources has been read, from 0 to 1; negative when unknown.
@@ -101,18 +143,23 @@ struct Sink {
 } // namespace
 
 struct Run::State {
+    Outputs outputs;
     RunMessages messages;
+    SideThreads sideThreads;
     RunContext context;
     Wiring wiring;
     std::vector<std::unique_ptr<Sink>> sinks;
     std::vector<const SourceBox*> sources;
-    std::vector<std::pair<ActionItem*, OutputKeeper*>> outputs;
 
     State(Graph& graph, MessageSink& sink, const RunOptions& options)
-        : messages(sink, graph.parameters.runStatus),
+        : messages(sink, graph.parameters.runStatus, outputs),
+          sideThreads(options.threads - 1),
           context{&messages, nullptr},
           wiring(graph, context, options, std::vector<bool>(graph.boxes().size(), true)) {
         for (const auto& box : wiring.boxes()) {
+            auto* const engineBox = dynamic_cast<EngineBox*>(box->action);
+            if (engineBox != nullptr && options.threads > 1)
+                engineBox->sideThreads = &sideThreads;
             if (box->consumers == 0)
                 sinks.push_back(std::make_unique<Sink>(*box));
             if (const auto* const source = dynamic_cast<const SourceBox*>(box->action))
@@ -165,6 +212,9 @@ RunOutcome Run::execute() {
             state_->serveSinks(status);
         const bool failed = std::any_of(graph_.boxes().begin(), graph_.boxes().end(),
                                         [](const auto& box) { return box->actionFailed; });
+        // What is written behind belongs to what the run did before it failed.
+        if (status == RunStatus::Failed)
+            state_->outputs.settle();
         // Every output is whole before the first one is put in its place.
         if (failed || status != RunStatus::Running ||
             !state_->forEachOutput(&OutputKeeper::finishOutput) || status != RunStatus::Running ||

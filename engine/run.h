@@ -11,6 +11,9 @@ struct RunOptions {
     /// Threads that the run may use in all; results don't depend on it.
     int threads = 1;
 
+    /// For tests: tables are read and written in the smallest pieces that there can be.
+    bool smallPieces = false;
+
     /// Bytes of rows that wires with several readers may hold in memory, in all; beyond that they
     /// go to one unlinked temporary file of at most spoolFileLimit bytes.
     qint64 spoolMemory = 64ll << 20;

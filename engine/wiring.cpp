@@ -176,8 +176,10 @@ Wiring::~Wiring() {
             wire.reader.reset();
         box->action->parallelGroup = nullptr;
         box->action->connectPins(nullptr, nullptr, true);
-        if (auto* const engineBox = dynamic_cast<EngineBox*>(box->action))
+        if (auto* const engineBox = dynamic_cast<EngineBox*>(box->action)) {
             engineBox->runOptions = nullptr;
+            engineBox->sideThreads = nullptr;
+        }
     }
 }
 

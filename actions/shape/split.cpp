@@ -68,6 +68,9 @@ Split::Split(const XMLNode& element, GlobalParameters* parameters)
 
 bool Split::beforeRun() {
     secondBlank_ = sep == QLatin1String("\t") ? u' ' : u'\t';
+    if (!sep.isEmpty() && sep.front().isSurrogate())
+        return fail(QStringLiteral("ERROR: the character that 'sep' begins with takes two code "
+                                   "units; a separator has one.\n"));
     if (wantedCount())
         return false;
     constexpr qsizetype longest = 40;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <thread>
 
 namespace {
 
@@ -50,10 +51,8 @@ void GraphSettings::declare(CLI::App& app) {
 
 void RunSettings::declare(CLI::App& app) {
     GraphSettings::declare(app);
-    threadsMeaning_ =
-        "threads that the run may use; stored tables are read and written by several (" +
-        std::to_string(runOptions.threads) + ")";
-    addValue(app, "--threads", threadsWord_, "N", threadsMeaning_.c_str());
+    addValue(app, "--threads", threadsWord_, "N",
+             "threads that the run may use in all (one for each core)");
     addValue(app, "--progress", progressWord_, "auto|always|never",
              "draw progress; auto: on a terminal (auto)");
     addValue(app, "--log", logWord_, "text|json",
@@ -62,6 +61,8 @@ void RunSettings::declare(CLI::App& app) {
 
 QString RunSettings::read() {
     QString error = GraphSettings::read();
+    const auto cores = static_cast<int>(std::thread::hardware_concurrency());
+    runOptions.threads = std::clamp(cores, 1, maxThreads);
     if (!threadsWord_.empty()) {
         if (const auto threads = numberBetween(textOf(threadsWord_), 1, maxThreads))
             runOptions.threads = static_cast<int>(*threads);

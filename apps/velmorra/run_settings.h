@@ -34,7 +34,6 @@ public:
 
 private:
     std::string threadsWord_;
-    std::string threadsMeaning_;
     std::string progressWord_;
     std::string logWord_;
 };

@@ -78,6 +78,7 @@ bool ReadCsv::beforeRun() {
     wantedColumns.clear();
     batch_.clear();
     row_ = 0;
+    begun_ = enough_ = false;
     if (fieldLimit < 1 || fieldLimit > CsvSettings::largestFieldLimit)
         return fail(QStringLiteral("fieldLimit is ") + QString::number(fieldLimit) +
                     QStringLiteral("; it must be from 1 to ") +
@@ -172,6 +173,8 @@ QString ReadCsv::resolveSettings() {
 }
 
 bool ReadCsv::afterRun() {
+    enough_ = true;
+    ahead_.reset();
     reader_.close();
     batch_ = {};
     row_ = 0;
@@ -185,7 +188,7 @@ double ReadCsv::readShare() const {
 }
 
 bool ReadCsv::firstStep() {
-    if (!reader_.open(expandFile(file), settings_, [this] { return !isRunning(); }))
+    if (!reader_.open(expandFile(file), settings_, [this] { return !isRunning() || enough_; }))
         return reader_.problem().isNull() || fail(reader_.problem());
     for (const QString& notice : reader_.notices())
         MainUI::addLog(4, notice);
@@ -195,6 +198,9 @@ bool ReadCsv::firstStep() {
         reader_.setWanted(wantedColumns);
     if (!mustComputeFull()) {
         reader_.fill(batch_, 1);
+        // The columns are known all the same.
+        if (batch_.end == BatchEnd::Failed)
+            MainUI::addLog(1, batch_.problem);
         return batch_.rows == 0 || (nextRow(), true);
     }
     setStep<&ReadCsv::nextRow>();
@@ -218,10 +224,24 @@ bool ReadCsv::nextBatch() {
             fail(batch_.problem);
         if (batch_.end != BatchEnd::More || !isRunning())
             return false;
-        reader_.fill(batch_);
+        takeBatch();
         row_ = 0;
     } while (batch_.rows == 0);
     return true;
+}
+
+/// Reading ahead begins behind the first batch, so that a look at some rows reads no more than it
+/// shows. Where rows are rejected it doesn't: the reject file holds what was read.
+void ReadCsv::takeBatch() {
+    const bool small = runOptions != nullptr && runOptions->smallPieces;
+    const int maxRows = small ? 1 : RowBatch::maxRows;
+    if (ahead_ == nullptr && sideThreads != nullptr && begun_ && rejectFile_ == nullptr)
+        ahead_ = std::make_unique<BatchesAhead>(*sideThreads, reader_, maxRows);
+    if (ahead_ != nullptr)
+        ahead_->next(batch_);
+    else
+        reader_.fill(batch_, maxRows);
+    begun_ = true;
 }
 
 } // namespace velmorra

@@ -7,10 +7,11 @@
 /// Delimiter, quote, decimal sign, comment lines and encoding can be set. Columns are text unless
 /// `types` or a typed header says otherwise. A declared order becomes the
 /// table's sort metadata and is checked row by row. What is broken, out of order or of the wrong
-/// type ends the run with its place, or goes to the file of `rejects`. Holds one batch of rows.
+/// type ends the run with its place, or goes to the file of `rejects`. Holds one batch of rows, and
+/// where there are threads for it up to three more, which they read ahead.
 #pragma once
 
-#include "engine/csv/csv_reader.h"
+#include "engine/csv/batches_ahead.h"
 #include "engine/csv/reject_file.h"
 #include "engine/engine_box.h"
 
@@ -65,6 +66,7 @@ private:
     bool firstStep();
     bool nextRow();
     bool nextBatch();
+    void takeBatch();
 
     // Resolved by beforeRun and the first step.
     CsvTableSettings settings_;
@@ -74,6 +76,9 @@ private:
     // Per batch.
     RowBatch batch_;
     int row_ = 0;
+    bool begun_ = false;                  ///< a batch was read
+    std::atomic<bool> enough_{false};     ///< nobody wants further rows
+    std::unique_ptr<BatchesAhead> ahead_; ///< null where this thread reads
 
     CountedRejects dropped_; ///< takes broken rows where only the columns are wanted
     std::mutex rejectsLock_; ///< guards the pointer against a discard from another thread

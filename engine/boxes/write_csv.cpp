@@ -81,6 +81,7 @@ bool WriteCsv::beforeRun() {
     formatter_ = CsvFormatter(layout);
     const bool limited = runOptions != nullptr && runOptions->rowLimit >= 0;
     rowLimit_ = limited ? runOptions->rowLimit : limit;
+    flushAt_ = runOptions != nullptr && runOptions->smallPieces ? 1 : flushBytes;
     if (typed && !header)
         return fail(QStringLiteral("a typed table needs its header: typed='1' and header='0' "
                                    "exclude each other"));
@@ -90,9 +91,11 @@ bool WriteCsv::beforeRun() {
         const std::lock_guard<std::mutex> guard(outputLock_);
         output_ = std::make_unique<OutputFile>();
     }
-    const bool opened = output_->open(expandFile(file), [this] { return !isRunning(); });
-    if (!opened && !output_->error().isNull())
-        fail(output_->error());
+    const bool opened = output_->open(expandFile(file), [this] { return !mayWrite(); });
+    if (opened && sideThreads != nullptr)
+        behind_ = std::make_unique<WritesBehind>(*sideThreads, *output_);
+    if (!opened)
+        reportFailedWrite();
     return !opened;
 }
 
@@ -150,27 +153,34 @@ bool WriteCsv::takeRow(const OneRow& row) {
     formatter_.writeRow(row.cells);
     const qint64 rows = rows_.load(std::memory_order_relaxed) + 1;
     rows_.store(rows, std::memory_order_relaxed);
-    if (formatter_.size() >= flushBytes && !flush())
+    if (formatter_.size() >= flushAt_ && !flush())
         return true;
     return rows == rowLimit_;
 }
 
+/// Whether a write may wait for room. Behind the run, what was handed over is still written when
+/// the run has failed, as if it had been written at once.
+bool WriteCsv::mayWrite() const {
+    return isRunning() || (behind_ != nullptr && globalParameters->runStatus == RunStatus::Failed);
+}
+
 /// False when the output takes no more, be it that its reader has enough.
 bool WriteCsv::flush() {
-    const bool written = writeOut();
-    if (!written && !output_->error().isNull())
-        fail(output_->error());
-    return written && !output_->readerGone();
+    if (!writeOut()) {
+        reportFailedWrite();
+        return false;
+    }
+    return behind_ != nullptr ? !behind_->readerGone() : !output_->readerGone();
 }
 
 /// Hands what has been formatted to the file. False when the run has failed, or the file has.
 bool WriteCsv::writeOut() {
-    if (encoding_ == TextEncoding::Utf8) {
+    if (encoding_ == TextEncoding::Utf8 && behind_ == nullptr) {
         const bool written = output_->write(formatter_.bytes(), formatter_.size());
         formatter_.clear();
         return written;
     }
-    encoded_.clear();
+    encoded_.resize(0);
     if (formatter_.size() > 0 && !std::exchange(markWritten_, true))
         encoded_ = byteOrderMarkOf(encoding_);
     const qsizetype badAt = encodeText(encoding_, formatter_.bytes(), formatter_.size(), &encoded_);
@@ -179,7 +189,20 @@ bool WriteCsv::writeOut() {
     if (encoding_ == TextEncoding::Windows1252)
         linesWritten_ += formatter_.placeOf(formatter_.size()).line;
     formatter_.clear();
-    return output_->write(encoded_.constData(), encoded_.size());
+    return behind_ != nullptr ? behind_->put(encoded_)
+                              : output_->write(encoded_.constData(), encoded_.size());
+}
+
+quint64 WriteCsv::settle() {
+    return behind_ == nullptr || behind_->settle() ? 0 : behind_->failedBlock();
+}
+
+void WriteCsv::reportFailedWrite() {
+    settle();
+    if (!output_->error().isNull())
+        fail(output_->error());
+    else if (behind_ != nullptr && behind_->failedBlock() != 0)
+        fail(QStringLiteral("WriteCsv: Memory Allocation Error"));
 }
 
 /// What is said of a character that the encoding doesn't have.
@@ -203,10 +226,10 @@ QString WriteCsv::unencodable(qsizetype offset) const {
 bool WriteCsv::finishOutput() {
     if (output_ == nullptr)
         return true;
-    const bool finished = writeOut() && output_->finish();
+    const bool finished = writeOut() && settle() == 0 && output_->finish();
     formatter_.clear();
-    if (!finished && !output_->error().isNull())
-        fail(output_->error());
+    if (!finished)
+        reportFailedWrite();
     if (finished && formatter_.brokenCharacters() > 0)
         MainUI::addLog(2, QString::number(formatter_.brokenCharacters()) +
                               QStringLiteral(" half characters (lone surrogates) cannot be written "
@@ -228,6 +251,7 @@ void WriteCsv::discardOutput() {
 }
 
 bool WriteCsv::afterRun() {
+    behind_.reset();
     formatter_ = CsvFormatter();
     const std::lock_guard<std::mutex> guard(outputLock_);
     output_.reset();

@@ -7,13 +7,15 @@
 /// Delimiter, quoting, line ends, decimal sign and encoding can be set; `safe` keeps a spreadsheet
 /// from running cells as formulas. The file takes its place when the run has succeeded; a failed or
 /// cancelled run leaves what stood there. A table without rows gives its header alone, one without
-/// columns an empty file. Holds a buffer of rows.
+/// columns an empty file. Holds a buffer of rows, and where there are threads for it up to three
+/// more, which one of them writes.
 #pragma once
 
 #include "engine/csv/csv_formatter.h"
 #include "engine/csv/text_encoding.h"
 #include "engine/engine_box.h"
 #include "engine/output_file.h"
+#include "engine/writes_behind.h"
 
 #include <memory>
 
@@ -35,6 +37,8 @@ public:
     bool finishOutput() override;
     bool commitOutput() override;
     void discardOutput() override;
+    quint64 settle() override;
+    void reportFailedWrite() override;
     qint64 rowsWritten() const override { return rows_.load(std::memory_order_relaxed); }
 
     // Stored.
@@ -56,11 +60,13 @@ private:
     bool takeRow(const OneRow& row);
     bool flush();
     bool writeOut();
+    bool mayWrite() const;
     QString unencodable(qsizetype offset) const;
     void start(const PinOutMetaData& shape);
 
     // Resolved by beforeRun and the first step.
     qint64 rowLimit_ = -1;
+    qsizetype flushAt_ = 0;
     TextEncoding encoding_ = TextEncoding::Utf8;
     QVector<QString> names_;
 
@@ -73,6 +79,7 @@ private:
 
     std::mutex outputLock_; ///< guards the pointer against a discard from another thread
     std::unique_ptr<OutputFile> output_;
+    std::unique_ptr<WritesBehind> behind_; ///< null where this thread writes
 };
 
 } // namespace velmorra

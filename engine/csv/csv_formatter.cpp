@@ -14,18 +14,18 @@ namespace velmorra {
 namespace {
 
 constexpr char quote = '"';
-constexpr char32_t replacement = 0xFFFD;
 constexpr qsizetype startBytes = 320 << 10;
 
-/// Most bytes that a code unit becomes, and what stands around a field: quotes, an apostrophe, a
-/// delimiter or line end, and what a block may write too much.
-constexpr qsizetype bytesPerUnit = 3;
+/// What stands around a field: quotes, an apostrophe, a delimiter or line end, and what may be
+/// written too much.
 constexpr qsizetype bytesBehind = 2;
-constexpr qsizetype bytesAround = 3 + bytesBehind + narrowUnits;
+constexpr qsizetype bytesAround = 3 + bytesBehind + encodeSlack;
 
 } // namespace
 
-CsvFormatter::CsvFormatter(const CsvLayout& layout) : layout_(layout) {
+CsvFormatter::CsvFormatter(const CsvLayout& layout)
+    : layout_(layout),
+      separators_(layout.delimiter, quote) {
     grow(startBytes);
 }
 
@@ -149,11 +149,18 @@ void CsvFormatter::writeOtherFloat(CsvFormatter& formatter, const uchar* cell) {
 void CsvFormatter::appendText(const uchar* chars, int units) {
     reserve(bytesPerUnit * units + bytesAround);
     char* const begin = next_;
-    bool special = units == 0 || layout_.quoting != CsvQuoting::Needed;
+    const bool special = units == 0 || layout_.quoting != CsvQuoting::Needed;
     if (layout_.safe && isFormula(chars, units))
         *next_++ = '\'';
-    next_ = encode(chars, units, next_, &special);
-    if (special)
+    const Narrowed narrowed = narrowText(chars, units, next_, separators_);
+    if (narrowed.ascii) {
+        next_ += units;
+    } else {
+        const Encoded encoded = encodeUtf8(chars, units, next_);
+        next_ = encoded.end;
+        broken_ += encoded.broken;
+    }
+    if (special || narrowed.special)
         quoteFrom(begin);
 }
 
@@ -209,64 +216,6 @@ void CsvFormatter::quoteFrom(char* begin) {
             *--to = quote;
     }
     *begin = quote;
-}
-
-char* CsvFormatter::encode(const uchar* chars, int units, char* out, bool* special) {
-    int i = 0;
-    while (units - i >= narrowUnits) {
-        const NarrowResult block =
-            narrowBlock(chars + 2 * qsizetype(i), out, layout_.delimiter, quote);
-        *special |= block.special;
-        i += block.plain;
-        out += block.plain;
-        // Characters beyond ASCII often come in runs: a block each would be dear.
-        while (i < units && cell::unitAt(chars, i) >= 0x80)
-            i = encodeUnit(chars, i, units, &out, special);
-    }
-    if (i < units && units >= narrowUnits) {
-        // The last whole block holds the rest; what was in front of it has been written.
-        char bytes[2 * narrowUnits] = {};
-        const int first = units - narrowUnits;
-        const NarrowResult block =
-            narrowBlock(chars + 2 * qsizetype(first), bytes, layout_.delimiter, quote);
-        if (block.plain == narrowUnits) {
-            *special |= block.special;
-            std::memcpy(out, bytes + (i - first), narrowUnits);
-            return out + (units - i);
-        }
-    }
-    while (i < units)
-        i = encodeUnit(chars, i, units, &out, special);
-    return out;
-}
-
-/// Encodes the character at `at` and returns the place behind it.
-inline int CsvFormatter::encodeUnit(const uchar* chars, int at, int units, char** out,
-                                    bool* special) {
-    char32_t character = cell::unitAt(chars, at++);
-    if (character < 0x80) {
-        const char byte = static_cast<char>(character);
-        *special |= byte == layout_.delimiter || byte == quote || byte == '\r' || byte == '\n';
-        *(*out)++ = byte;
-        return at;
-    }
-    if (character < 0x800) {
-        *(*out)++ = static_cast<char>(0xC0 | character >> 6);
-        *(*out)++ = static_cast<char>(0x80 | (character & 0x3F));
-        return at;
-    }
-    if (character >= 0xD800 && character <= 0xDFFF) {
-        const char16_t low = at < units ? cell::unitAt(chars, at) : u'\0';
-        if (character < 0xDC00 && low >= 0xDC00 && low <= 0xDFFF) {
-            character = 0x10000 + ((character - 0xD800) << 10) + (low - 0xDC00u);
-            ++at;
-        } else {
-            character = replacement;
-            ++broken_;
-        }
-    }
-    *out = encodeCharacter(character, *out);
-    return at;
 }
 
 } // namespace velmorra

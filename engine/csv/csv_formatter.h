@@ -5,6 +5,7 @@
 /// never quoted. The bytes are UTF-8. One thread at a time.
 #pragma once
 
+#include "engine/csv/text_blocks.h"
 #include "host/cell.h"
 
 #include <memory>
@@ -67,8 +68,6 @@ private:
     void appendText(const uchar* chars, int units);
     bool isFormula(const uchar* chars, int units) const;
     void quoteFrom(char* begin);
-    char* encode(const uchar* chars, int units, char* out, bool* special);
-    int encodeUnit(const uchar* chars, int at, int units, char** out, bool* special);
     void endLine(qsizetype begin);
 
     static void writeText(CsvFormatter& formatter, const uchar* cell);
@@ -78,6 +77,7 @@ private:
     static void writeOtherFloat(CsvFormatter& formatter, const uchar* cell);
 
     CsvLayout layout_;
+    Separators separators_;
     std::vector<WriteCell> writers_;
     std::unique_ptr<char[]> buffer_;
     char* next_ = nullptr;

@@ -17,12 +17,10 @@ namespace velmorra {
 inline constexpr int scanBlock = 64;
 /// Bytes that widenBlock reads; it writes twice as many.
 inline constexpr int widenBytes = 16;
-/// Code units that narrowBlock reads; it writes as many bytes.
-inline constexpr int narrowUnits = 8;
 
-/// What a block of code units holds.
-struct NarrowResult {
-    int plain;    ///< units in front of the first that isn't ASCII
+/// What the code units of a text are.
+struct Narrowed {
+    bool ascii;   ///< all are, and what was written is of use
     bool special; ///< a delimiter, quote, carriage return or line feed is among them
 };
 
@@ -50,20 +48,25 @@ inline unsigned widenBlock(const uchar* bytes, uchar* units) {
     return high;
 }
 
-/// Narrows 8 code units at any address. What is written is of use as far as they are plain.
-inline NarrowResult narrowBlock(const uchar* units, char* bytes, char delimiter, char quote) {
-    int plain = narrowUnits;
-    bool special = false;
-    for (int i = 0; i < narrowUnits; ++i) {
+/// The characters for which a field takes quotes, besides line ends.
+struct Separators {
+    char delimiter = ',';
+    char quote = '"';
+};
+
+/// Narrows code units at any address to as many bytes.
+inline Narrowed narrowText(const uchar* units, qsizetype count, char* bytes,
+                           const Separators& separators) {
+    Narrowed result = {true, false};
+    for (qsizetype i = 0; i < count; ++i) {
         char16_t unit;
         std::memcpy(&unit, units + 2 * i, sizeof unit);
-        if (unit >= 0x80 && plain == narrowUnits)
-            plain = i;
-        special |=
-            unit == uchar(delimiter) || unit == uchar(quote) || unit == u'\r' || unit == u'\n';
+        result.ascii &= unit < 0x80;
+        result.special |= unit == uchar(separators.delimiter) || unit == uchar(separators.quote) ||
+                          unit == u'\r' || unit == u'\n';
         bytes[i] = static_cast<char>(unit);
     }
-    return {plain, special};
+    return result;
 }
 
 } // namespace portable
@@ -105,26 +108,76 @@ inline unsigned widenBlock(const uchar* bytes, uchar* units) {
     return static_cast<unsigned>(_mm_movemask_epi8(block));
 }
 
-inline NarrowResult narrowBlock(const uchar* units, char* bytes, char delimiter, char quote) {
-    const __m128i block = loadBlock(units);
-    const __m128i marks =
-        _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(block, _mm_set1_epi16(delimiter)),
-                                  _mm_cmpeq_epi16(block, _mm_set1_epi16(quote))),
-                     _mm_or_si128(_mm_cmpeq_epi16(block, _mm_set1_epi16('\r')),
-                                  _mm_cmpeq_epi16(block, _mm_set1_epi16('\n'))));
-    const __m128i high = _mm_and_si128(block, _mm_set1_epi16(static_cast<short>(0xFF80)));
-    const long long narrow = _mm_cvtsi128_si64(_mm_packus_epi16(block, block));
-    std::memcpy(bytes, &narrow, sizeof narrow);
-    // Two bits a unit, set where it is ASCII.
-    const auto ascii =
-        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())));
-    return {std::countr_one(ascii) / 2, _mm_movemask_epi8(marks) != 0};
+struct Separators {
+    Separators(char delimiter, char quote)
+        : one{delimiter, quote},
+          delimiters(_mm_set1_epi8(delimiter)),
+          quotes(_mm_set1_epi8(quote)) {}
+
+    portable::Separators one;
+    __m128i delimiters;
+    __m128i quotes;
+};
+
+/// Units narrowed so far: whether there was one that isn't ASCII, or a special one.
+struct NarrowMarks {
+    __m128i units = _mm_setzero_si128();
+    __m128i specials = _mm_setzero_si128();
+
+    __m128i narrow(__m128i low, __m128i high, const Separators& separators) {
+        // What isn't ASCII becomes no special byte.
+        const __m128i bytes = _mm_packus_epi16(low, high);
+        units = _mm_or_si128(units, _mm_or_si128(low, high));
+        const __m128i separates = _mm_or_si128(_mm_cmpeq_epi8(bytes, separators.delimiters),
+                                               _mm_cmpeq_epi8(bytes, separators.quotes));
+        const __m128i ends = _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('\r')),
+                                          _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\n')));
+        specials = _mm_or_si128(specials, _mm_or_si128(separates, ends));
+        return bytes;
+    }
+
+    Narrowed result() const {
+        const __m128i beyond = _mm_and_si128(units, _mm_set1_epi16(static_cast<short>(0xFF80)));
+        return {_mm_movemask_epi8(_mm_cmpeq_epi16(beyond, _mm_setzero_si128())) == 0xFFFF,
+                _mm_movemask_epi8(specials) != 0};
+    }
+};
+
+/// The last block of a text reaches back into the one before.
+inline Narrowed narrowText(const uchar* units, qsizetype count, char* bytes,
+                           const Separators& separators) {
+    NarrowMarks marks;
+    if (count >= 16) {
+        for (qsizetype at = 0; at < count; at += 16) {
+            const qsizetype from = at <= count - 16 ? at : count - 16;
+            const uchar* const block = units + 2 * from;
+            storeBlock(bytes + from,
+                       marks.narrow(loadBlock(block), loadBlock(block + 16), separators));
+        }
+    } else if (count >= 8) {
+        const __m128i narrow =
+            marks.narrow(loadBlock(units), loadBlock(units + 2 * (count - 8)), separators);
+        _mm_storeu_si64(bytes, narrow);
+        _mm_storeu_si64(bytes + count - 8, _mm_unpackhi_epi64(narrow, narrow));
+    } else if (count >= 4) {
+        const __m128i block =
+            _mm_unpacklo_epi64(_mm_loadu_si64(units), _mm_loadu_si64(units + 2 * (count - 4)));
+        const long long narrow = _mm_cvtsi128_si64(marks.narrow(block, block, separators));
+        const auto low = static_cast<quint32>(narrow);
+        const auto high = static_cast<quint32>(narrow >> 32);
+        std::memcpy(bytes, &low, sizeof low);
+        std::memcpy(bytes + count - 4, &high, sizeof high);
+    } else {
+        return portable::narrowText(units, count, bytes, separators.one);
+    }
+    return marks.result();
 }
 
 #else
 
 using portable::findSpecials;
-using portable::narrowBlock;
+using portable::narrowText;
+using portable::Separators;
 using portable::widenBlock;
 
 #endif

@@ -1,8 +1,15 @@
 #include "engine/csv/transcode.h"
 
+#include "engine/csv/transcode_blocks.h"
+#include "host/cell.h"
+
+#include <algorithm>
+
 namespace velmorra {
 
 namespace {
+
+constexpr char32_t replacement = 0xFFFD;
 
 /// The lengths and lowest characters of the sequences that a leading byte may begin.
 struct Lead {
@@ -47,31 +54,68 @@ uchar* putUnit(uchar* out, char32_t unit) {
 
 } // namespace
 
-Decoded decodeUtf8(const uchar* bytes, qsizetype size, uchar* units) {
-    uchar* out = units;
-    qsizetype i = 0;
-    while (i < size) {
-        const unsigned high = widenBlock(bytes + i, out);
-        const qsizetype plain = high == 0 ? widenBytes : std::countr_zero(high);
-        const qsizetype taken = plain < size - i ? plain : size - i;
-        i += taken;
-        out += 2 * taken;
-        // Characters beyond ASCII often come in runs: a block each would be dear.
-        while (i < size && bytes[i] >= 0x80) {
-            int length = 0;
-            const char32_t character = characterAt(bytes + i, size - i, &length);
-            if (character == 0)
-                return {(out - units) / 2, i};
-            i += length;
-            if (character < 0x10000) {
-                out = putUnit(out, character);
-            } else {
-                out = putUnit(out, 0xD7C0 + (character >> 10));
-                out = putUnit(out, 0xDC00 + (character & 0x3FF));
-            }
+portable::DecodeStep portable::decodeSome(const uchar* bytes, qsizetype size, qsizetype at,
+                                          uchar* out) {
+    const unsigned high = widenBlock(bytes + at, out);
+    const qsizetype plain = high == 0 ? widenBytes : std::countr_zero(high);
+    const qsizetype taken = std::min(plain, size - at);
+    at += taken;
+    out += 2 * taken;
+    // Characters beyond ASCII often come in runs: a block each would be dear.
+    while (at < size && bytes[at] >= 0x80) {
+        int length = 0;
+        const char32_t character = characterAt(bytes + at, size - at, &length);
+        if (character == 0)
+            return {at, out, false};
+        at += length;
+        if (character < 0x10000) {
+            out = putUnit(out, character);
+        } else {
+            out = putUnit(out, 0xD7C0 + (character >> 10));
+            out = putUnit(out, 0xDC00 + (character & 0x3FF));
         }
     }
-    return {(out - units) / 2, -1};
+    return {at, out};
+}
+
+Decoded portable::decodeUtf8(const uchar* bytes, qsizetype size, uchar* units) {
+    DecodeStep step = {0, units};
+    while (step.at < size && step.valid)
+        step = decodeSome(bytes, size, step.at, step.out);
+    return {(step.out - units) / 2, step.valid ? -1 : step.at};
+}
+
+qsizetype portable::encodeOne(const uchar* units, qsizetype count, qsizetype at, Encoded* encoded) {
+    char32_t character = cell::unitAt(units, at++);
+    if (character >= 0xD800 && character <= 0xDFFF) {
+        const char16_t low = at < count ? cell::unitAt(units, at) : u'\0';
+        if (character < 0xDC00 && low >= 0xDC00 && low <= 0xDFFF) {
+            character = 0x10000 + ((character - 0xD800) << 10) + (low - 0xDC00u);
+            ++at;
+        } else {
+            character = replacement;
+            ++encoded->broken;
+        }
+    }
+    encoded->end = encodeCharacter(character, encoded->end);
+    return at;
+}
+
+Encoded portable::encodeUtf8(const uchar* units, qsizetype count, char* bytes) {
+    Encoded encoded = {bytes, 0};
+    for (qsizetype at = 0; at < count;)
+        at = encodeOne(units, count, at, &encoded);
+    return encoded;
+}
+
+Decoded decodeUtf8(const uchar* bytes, qsizetype size, uchar* units) {
+    static const auto decode = hasTranscodeBlocks() ? blocks::decodeUtf8 : portable::decodeUtf8;
+    return decode(bytes, size, units);
+}
+
+Encoded encodeUtf8(const uchar* units, qsizetype count, char* bytes) {
+    static const auto encode = hasTranscodeBlocks() ? blocks::encodeUtf8 : portable::encodeUtf8;
+    return encode(units, count, bytes);
 }
 
 char* encodeCharacter(char32_t character, char* out) {

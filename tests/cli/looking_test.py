@@ -109,6 +109,20 @@ class Check(LookingTest):
                        "text": "ERROR: column to accumulate 'nme' not found."},
                       answer["problems"])
 
+    def test_the_first_row_of_data_is_read(self):
+        self.write("broken.csv", "id,name\nseven,Ann\n8\n")
+        read = "<ReadCsv id='1' file='broken.csv' types='id:K'%s/>"
+        self.graph(read % "", "<Accumulator id='2' colAcc='none'/>", links="1-2")
+        result = self.velmorra("check", "g.vgraph")
+        self.assertRegex(result.stdout,
+                         r"\A\[1\] box 1 \(ReadCsv\): 'broken.csv' line 2, column 1 'id': 'seven' is "
+                         r"not a Key .*\n\[1\] box 2 \(Accumulator\): .*'none' not found.*\n\Z")
+        self.assertEqual(result.returncode, 3)
+        self.assertEqual(self.velmorra("columns", "g.vgraph", "1").stdout,
+                         "box 1 (ReadCsv), pin 0\n  id    Key\n  name  text\n")
+        self.graph(read % " rejects='bad.csv'")
+        self.assertEqual(self.answer("check", "g.vgraph"), "no problems\n")
+
     def test_warnings_alone_are_no_failure(self):
         self.graph(READ.replace("/>", " typd='1'/>"))
         result = self.velmorra("check", "g.vgraph")
@@ -325,7 +339,7 @@ class Progress(LookingTest):
         self.assertNotIn("share", last["sinks"][1], "a pipe has no known end")
 
     def test_time_left_is_told_where_the_share_is_known(self):
-        self.write("people.csv", "a,b\n" + "1,2\n" * 400000)
+        self.write("people.csv", "a,b\n" + "1,2\n" * 2000000)
         os.mkfifo(self.folder / "out")
         self.graph(READ, "<WriteCsv id='2' file='out'/>", links="1-2")
         # The reader takes a part and waits, so that the run stands still in the middle.

@@ -99,16 +99,6 @@ protected:
 
 } // namespace
 
-TEST_F(CsvBoxes, CopyATableTwice) {
-    put("id,note\r\n7,\"a,b\"\r\n8,\r\n,\"\"\r\n");
-    for (int round = 0; round < 2; ++round) {
-        EXPECT_EQ(run(), "done");
-        EXPECT_EQ(get(), "id,note\n7,\"a,b\"\n8,\n,\"\"\n");
-        EXPECT_EQ(rows_, 3);
-        QFile::remove(path("out.csv"));
-    }
-}
-
 TEST_F(CsvBoxes, CarryTypesAndOrder) {
     put("id:K:01,x:F,t:U\n1,0.10,a\n2,1e20,\n4294967295,nan,\"\"\n");
     read_.typed = write_.typed = true;
@@ -136,16 +126,6 @@ TEST_F(CsvBoxes, GiveTablesWithoutRowsOrColumns) {
     put("1,2\n");
     EXPECT_EQ(run(), "done");
     EXPECT_EQ(get(), "1,2\n");
-}
-
-TEST_F(CsvBoxes, LimitTheRows) {
-    put("a\n1\n2\n3\nbroken,\n");
-    write_.limit = 2;
-    EXPECT_EQ(run(), "done");
-    EXPECT_EQ(get(), "a\n1\n2\n");
-    options_.rowLimit = 0;
-    EXPECT_EQ(run(), "done");
-    EXPECT_EQ(get(), "a\n");
 }
 
 TEST_F(CsvBoxes, LeaveTheEarlierFileWhenAnythingFails) {
@@ -235,22 +215,6 @@ TEST_F(CsvBoxes, SendBrokenRowsToTheRejectFile) {
     EXPECT_EQ(run(), "[1] cannot write '/dev/full': No space left on device\n");
     read_.rejects = read_.file;
     EXPECT_NE(run().find("rejects is the file that is read"), std::string::npos);
-}
-
-TEST_F(CsvBoxes, GiveColumnsAndOneRowInColumnsOnlyMode) {
-    put("a,b\n1,2\n3,4\n5\n");
-    read_.sorted = "a:0";
-    OutPin out;
-    read_.connectPins(nullptr, &out, false);
-    read_.rewindRun();
-    EXPECT_FALSE(read_.beforeRun());
-    EXPECT_TRUE(read_.runStep(&read_));
-    EXPECT_TRUE(out.ready);
-    EXPECT_EQ(out.row.shape().names, (QVector<QString>{"a", "b"}));
-    EXPECT_EQ(out.row.sortInfos(), (QVector<SortInfos>{{0, SortNumberRising}}));
-    EXPECT_EQ(out.row.cells[1][0], 0x82);
-    read_.afterRun();
-    EXPECT_EQ(qint32(parameters_.runStatus), qint32(RunStatus::Running));
 }
 
 TEST_F(CsvBoxes, WarnOnceOfHalfCharacters) {

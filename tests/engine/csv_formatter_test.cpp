@@ -206,14 +206,18 @@ TEST(TextBlocks, BothFormsAgree) {
         uchar wide[2][2 * widenBytes];
         EXPECT_EQ(widenBlock(at, wide[0]), portable::widenBlock(at, wide[1]));
         EXPECT_EQ(std::memcmp(wide[0], wide[1], sizeof wide[0]), 0);
-        char narrow[2][narrowUnits];
-        const NarrowResult one = narrowBlock(at, narrow[0], ',', '"');
-        const NarrowResult two = portable::narrowBlock(at, narrow[1], ',', '"');
-        EXPECT_EQ(one.plain, two.plain);
+        const qsizetype units = 1 + qsizetype(random() % 31);
+        char narrow[2][scanBlock / 2];
+        const Narrowed one = narrowText(at, units, narrow[0], {',', '"'});
+        const Narrowed two = portable::narrowText(at, units, narrow[1], {',', '"'});
+        EXPECT_EQ(one.ascii, two.ascii);
         EXPECT_EQ(one.special, two.special);
-        const uchar plain[2 * narrowUnits + 1] = {0, 'a', 0, ';', 0, 'c', 0, 0x7F, 0};
-        narrowBlock(plain + 1, narrow[0], ',', '"');
-        EXPECT_EQ(std::string(narrow[0], 4), "a;c\x7F");
+        for (uchar& byte : bytes)
+            byte = &byte < at || (&byte - at) % 2 != 0 ? 0 : uchar('a' + random() % 26);
+        bytes[at - bytes + 2 * (random() % size_t(units))] = likely[random() % std::size(likely)];
+        const Narrowed plain = narrowText(at, units, narrow[0], {',', '"'});
+        EXPECT_EQ(plain.special, portable::narrowText(at, units, narrow[1], {',', '"'}).special);
+        EXPECT_TRUE(!plain.ascii || std::equal(narrow[0], narrow[0] + units, narrow[1]));
     }
 }
 

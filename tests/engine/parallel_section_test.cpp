@@ -14,34 +14,31 @@ namespace velmorra {
 
 namespace {
 
-/// What a test Action does at some moments of its life; empty ones do nothing.
+/// What the test Action does at some moments of its life; empty ones do nothing.
 struct Script {
-    std::function<void(ActionItem&)> whileMasterLoads;
+    std::function<bool(ActionItem&)> onFirstRow; ///< of the master; true ends it
     std::function<void(ActionItem&, int row)> onRow;
-    bool masterFailsOnFirstRow = false;
     bool refuses = false;
-    bool throwsOnFirstRow = false;
     std::atomic<int> afterRuns{0};
     std::atomic<int> copiesMet{0};
 };
 
-/// The frame of the test Actions: the master reads pin 1 and copies meet it, as every Action that
-/// builds something does.
-class Scripted : public test::PlainBox {
+/// Row by row: adds the sum of pin 1, which the master reads, to column 0, drops rows that divide
+/// by 3, and hands on those that divide by 5 twice.
+class AddLoaded : public test::PlainBox {
 public:
-    Scripted(Script& script, GlobalParameters* parameters)
+    AddLoaded(Script& script, GlobalParameters* parameters)
         : PlainBox(XMLNode::emptyNode(), parameters),
           script_(script) {
         nPinIn = 2;
     }
 
-    const char* actionName() const override { return "Scripted"; }
-
-    void rewindRun() override { setStep<&Scripted::firstStep>(); }
-    bool beforeRun() override {
-        rows_ = 0;
-        return script_.refuses && fail(QStringLiteral("refused\n"));
+    const char* actionName() const override { return "AddLoaded"; }
+    ActionItem* clone(GlobalParameters* parameters) const override {
+        return new AddLoaded(script_, parameters);
     }
+    void rewindRun() override { setStep<&AddLoaded::firstStep>(); }
+    bool beforeRun() override { return script_.refuses && fail(QStringLiteral("refused\n")); }
     bool afterRun() override {
         ++script_.afterRuns;
         if (isParallelCopy())
@@ -51,144 +48,69 @@ public:
         return false;
     }
 
-protected:
-    virtual bool handle(const OneRow& in) = 0;
-
-    bool step() {
-        const OneRow* const in = getNextRowFromInPin(0);
-        return in == nullptr ? atEnd() : handleRow(*in);
-    }
-
-    Script& script_;
-    RowBuffer cells_;
-    double loaded_ = 0; ///< sum of pin 1, made by the master
-
 private:
     bool firstStep() {
         const OneRow* const in = getNextRowFromInPin(0);
-        if (in == nullptr) {
-            if (!isParallelCopy())
-                parallelGroup->metaReady.release(ParallelGroup::metaPermits);
-            return true;
-        }
-        if (isParallelCopy()) {
-            const auto* const master = static_cast<Scripted*>(parallelGroup->masterAction);
+        bool ends = in == nullptr;
+        if (!isParallelCopy()) {
+            ends = ends || load(*in);
+            parallelGroup->metaReady.release(ParallelGroup::metaPermits);
+        } else if (!ends) {
+            const auto* const master = static_cast<AddLoaded*>(parallelGroup->masterAction);
             master->parallelGroup->metaReady.acquire();
             if (!isRunning())
                 return true;
             ++script_.copiesMet;
             loaded_ = master->loaded_;
             copyMetaFromMasterAction();
-        } else {
-            const bool failed = load(*in);
-            parallelGroup->metaReady.release(ParallelGroup::metaPermits);
-            if (failed || !isRunning())
-                return true;
         }
-        setStep<&Scripted::step>();
-        return handleRow(*in);
+        if (ends || !isRunning())
+            return true;
+        setStep<&AddLoaded::step>();
+        return handle(*in);
     }
 
     bool load(const OneRow& in) {
-        if (script_.throwsOnFirstRow)
-            throw std::bad_alloc();
-        if (script_.whileMasterLoads)
-            script_.whileMasterLoads(*this);
-        if (script_.masterFailsOnFirstRow)
-            return fail(QStringLiteral("master failed\n"));
-        loaded_ = 0;
+        if (script_.onFirstRow && script_.onFirstRow(*this))
+            return true;
         bool ok = false;
         while (const OneRow* const row = getNextRowFromInPin(1))
-            loaded_ += row->colAsDouble(0, &ok);
+            loaded_ += static_cast<quint32>(row->colAsDouble(0, &ok));
         getOutputRowForOutputPin(0)->copyFrom(in);
         return false;
     }
 
-    bool handleRow(const OneRow& in) {
+    bool step() {
+        const OneRow* const in = getNextRowFromInPin(0);
+        return in == nullptr || handle(*in);
+    }
+
+    bool handle(const OneRow& in) {
         if (script_.onRow)
-            script_.onRow(*this, rows_);
-        ++rows_;
-        return handle(in);
-    }
-
-    virtual bool atEnd() { return true; }
-
-    int rows_ = 0;
-};
-
-/// Row by row: adds the sum of pin 1 to column 0, drops rows that divide by 3, and hands on those
-/// that divide by 5 twice.
-class AddLoaded : public Scripted {
-public:
-    using Scripted::Scripted;
-    ActionItem* clone(GlobalParameters* parameters) const override {
-        return new AddLoaded(script_, parameters);
-    }
-
-protected:
-    bool handle(const OneRow& in) override {
+            script_.onRow(*this, rows_++);
         const quint32 value = cell::loadKey(in.cells[0]);
         if (value % 3 == 0)
             return false;
-        cells_.reset();
-        uchar* const sum = cells_.alloc(4);
-        cell::storeKey(sum, value + static_cast<quint32>(loaded_));
+        cell::storeKey(sum_, value + loaded_);
         OneRow* const out = getOutputRowForOutputPin(0);
         out->copyFrom(in);
-        out->setCol(0, sum);
+        out->setCol(0, sum_);
         setRowReadyForOutput(0);
         if (value % 5 == 0)
             setStep<&AddLoaded::again>();
         return false;
     }
 
-private:
     bool again() {
         setRowReadyForOutput(0);
         setStep<&AddLoaded::step>();
         return false;
     }
-};
 
-/// By partition (column 1): hands on the rows of a run of equal values one row late, as an Action
-/// that looks ahead does.
-class OneBehind : public Scripted {
-public:
-    using Scripted::Scripted;
-    ActionItem* clone(GlobalParameters* parameters) const override {
-        return new OneBehind(script_, parameters);
-    }
-    void rewindRun() override {
-        held_ = nullptr;
-        Scripted::rewindRun();
-    }
-
-protected:
-    bool handle(const OneRow& in) override {
-        const bool hadRow = held_ != nullptr;
-        if (hadRow)
-            handOn();
-        // Two buffers in turn: one holds what was handed on, the other what is held back.
-        std::swap(cells_, other_);
-        cells_.reset();
-        held_ = in.storeInBuffer(cells_);
-        return false;
-    }
-    bool atEnd() override {
-        if (held_ != nullptr)
-            handOn();
-        return true;
-    }
-
-private:
-    void handOn() {
-        getOutputRowForOutputPin(0)->initFromBuffer(held_, 0, -1);
-        setRowReadyForOutput(0);
-        held_ = nullptr;
-    }
-
-    const uchar* held_ = nullptr;
-    RowBuffer other_;
+    Script& script_;
+    uchar sum_[4] = {};
+    quint32 loaded_ = 0; ///< sum of pin 1
+    int rows_ = 0;
 };
 
 /// Rows (n, partition), n from 0, the partition being a letter of `letters`, or "a" for all.
@@ -230,11 +152,10 @@ struct ScriptedRun {
     test::CollectedLog log;
     GlobalParameters parameters;
 
-    template <class Action = AddLoaded>
     ParallelResult run(const std::vector<const PackedTable*>& inputs,
                        const ParallelOptions& options) {
         WindowlessMainUI ui(log);
-        Action master(script, &parameters);
+        AddLoaded master(script, &parameters);
         return runParallelSection(master, inputs, log, options);
     }
 };
@@ -260,20 +181,6 @@ TEST(ParallelSections, RowsComeInTheOrderOfOneThreadWhateverTheWorkersAndBatches
     }
 }
 
-TEST(ParallelSections, PartitionsStayWholeAndHeldBackRowsFindTheirPlace) {
-    const PackedTable main = partitioned("aabbbccccdddeeeffffgh");
-    std::vector<quint32> expected(main.rows());
-    for (size_t i = 0; i < expected.size(); ++i)
-        expected[i] = static_cast<quint32>(i);
-    for (const int copies : {1, 2, 3}) {
-        ScriptedRun each;
-        const auto result = each.run<OneBehind>({&main}, {copies, QStringLiteral("p"), 1});
-        EXPECT_EQ(result.outcome, RunOutcome::Done);
-        EXPECT_EQ(firstColumn(result.outputs[0]), expected) << copies;
-        EXPECT_GT(each.script.copiesMet, 0);
-    }
-}
-
 class ParallelSection : public testing::Test, public ScriptedRun {};
 
 TEST_F(ParallelSection, RowsOfAPartitionThatComesBackKeepTheirPlaces) {
@@ -289,8 +196,9 @@ TEST(ParallelSections, FailuresOfTheMasterAreSaidOnceAndReleaseWaitingCopies) {
     const PackedTable main = numbers(100);
     for (const char* const text : {"master failed", "not enough memory", "refused"}) {
         ScriptedRun each;
-        each.script.masterFailsOnFirstRow = text[0] == 'm';
-        each.script.throwsOnFirstRow = text[0] == 'n';
+        each.script.onFirstRow = [&](ActionItem& master) {
+            return text[0] == 'm' ? master.fail(QLatin1String(text)) : throw std::bad_alloc();
+        };
         each.script.refuses = text[0] == 'r';
         EXPECT_EQ(each.run({&main}, {3, {}, 2}).outcome, RunOutcome::Failed);
         EXPECT_EQ(each.log.master, QStringList{QLatin1String("[1] ") + text});
@@ -329,9 +237,10 @@ TEST_F(ParallelSection, WorkersWithoutARowEndAndTheTableKeepsItsColumns) {
 TEST_F(ParallelSection, CancellingEndsTheRunWhileCopiesWaitForTheMaster) {
     const PackedTable main = numbers(100);
     // The master's load goes on until it notices that the run is over.
-    script.whileMasterLoads = [](ActionItem& action) {
+    script.onFirstRow = [](ActionItem& action) {
         while (action.isRunning())
             std::this_thread::yield();
+        return true;
     };
     std::thread canceller([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));

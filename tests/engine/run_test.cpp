@@ -84,16 +84,6 @@ Script deal() {
 
 } // namespace
 
-TEST_P(RunTest, aChainHandsOnEveryRowInOrder) {
-    const int source = add(keys(5000));
-    const int middle = add(pass());
-    const int sink = add(collect(first));
-    link(source, middle);
-    link(middle, sink);
-    EXPECT_EQ(run(), RunOutcome::Done);
-    EXPECT_EQ(first, range(5000));
-}
-
 TEST_P(RunTest, aRunOfThousandsOfBoxesDeepEnds) {
     int last = add(keys(3));
     for (int i = 0; i < Graph::maxBoxes - 2; ++i) {
@@ -106,15 +96,6 @@ TEST_P(RunTest, aRunOfThousandsOfBoxesDeepEnds) {
     ASSERT_TRUE(graph.checkWiring().isEmpty());
     EXPECT_EQ(run(), RunOutcome::Done);
     EXPECT_EQ(first, range(3));
-}
-
-TEST_P(RunTest, twoSinksOfOnePinEachGetEveryRow) {
-    const int source = add(keys(3000));
-    link(source, add(collect(first)));
-    link(source, add(collect(second)));
-    EXPECT_EQ(run(), RunOutcome::Done);
-    EXPECT_EQ(first, range(3000));
-    EXPECT_EQ(second, range(3000));
 }
 
 TEST_P(RunTest, aSplitThatJoinsAgainLosesNothingWhenOneSideIsReadFirst) {
@@ -227,16 +208,6 @@ TEST_P(RunTest, theRowOfAStepThatEndsIsDelivered) {
     EXPECT_EQ(run(), RunOutcome::Done);
     EXPECT_EQ(first, range(1));
     EXPECT_EQ(second, range(100));
-}
-
-TEST_P(RunTest, aSecondRunOfTheSameGraphGivesTheSame) {
-    const int source = add(keys(100));
-    link(source, add(collect(first)));
-    EXPECT_EQ(run(), RunOutcome::Done);
-    EXPECT_EQ(run(), RunOutcome::Done);
-    std::vector<quint32> twice = range(100);
-    twice.insert(twice.end(), first.begin(), first.begin() + 100);
-    EXPECT_EQ(first, twice);
 }
 
 TEST_P(RunTest, aFailureEndsEveryBranchAndAfterRunAlwaysComes) {
@@ -396,14 +367,3 @@ TEST(EmptyTables, aProbeThatFailsIsOneWarning) {
                                        "no column 'x'"});
 }
 
-TEST(Columns, areFoundWithoutRunningInFullAndTouchNothing) {
-    Graph graph;
-    const int source = addScript(graph, keys(-1));
-    const int names = addScript(graph, keys(2));
-    const int box = addScript(graph, widen());
-    graph.addLink({source, 0, box, 0});
-    graph.addLink({names, 0, box, 1});
-    const PinColumns found = columnsOfPin(graph, box, 0);
-    EXPECT_TRUE(found.error.isNull());
-    EXPECT_EQ(found.shape.names, (QVector<QString>{"n", "new0", "new1"}));
-}

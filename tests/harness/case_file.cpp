@@ -191,7 +191,7 @@ private:
         const TypedTable read = parseTypedTable(section.body);
         if (!read.error.isEmpty()) {
             error = read.error;
-            line = section.line + 1 + read.line;
+            line = section.line;
         }
         return read.table;
     }

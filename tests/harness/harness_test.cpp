@@ -46,25 +46,22 @@ Case oneCase(const QString& text) {
     return file.cases.value(0);
 }
 
-std::string errorOf(const QString& text) {
-    return parseCaseFile(text, QStringLiteral("x.case")).error.toStdString();
-}
-
 TEST(CaseFile, ErrorsNameFileAndLine) {
-    EXPECT_EQ(errorOf("== a\n-- element\nX\n-- uot 0\na:U\n"), "x.case:4: unknown section 'uot 0'");
-    EXPECT_EQ(errorOf("== a\n-- element\nX\n-- in 0\na:U,b:K\nx,y\n-- fails\n"),
-              "x.case:6: 'y' doesn't fit the type of column 'b'");
-    EXPECT_EQ(errorOf("== a\n-- element\nX\n-- in 0\na:U,b:K\n1\n-- fails\n"),
-              "x.case:6: 1 fields instead of 2");
-    EXPECT_EQ(errorOf("== a\n-- element\nX\n-- in 0\na\n-- fails\n"),
-              "x.case:5: 'a' isn't name:TYPE or name:TYPE:SORT");
-    EXPECT_EQ(errorOf("== a\n-- element\nX\n"), "x.case:1: a case that expects nothing");
-    EXPECT_EQ(errorOf("== a\n-- fails\n"), "x.case:1: a case without an element");
-    EXPECT_EQ(errorOf("== a\n    x\n"), "x.case:2: a line outside of a section");
-    EXPECT_EQ(errorOf("=== a\nX\n"), "x.case:2: a line outside of a section");
-    EXPECT_EQ(errorOf("== a\nX\n    a:U\nX\n    a:K\n    x\n"),
-              "x.case:6: 'x' doesn't fit the type of column 'a'");
-    EXPECT_EQ(errorOf("# nothing\n"), "x.case:1: no case in the file");
+    const std::pair<const char*, const char*> broken[] = {
+        {"== a\nX\n-- uot 0\na:U\n", "3: unknown section 'uot 0'"},
+        {"== a\nX\n-- in 0\na:U,b:K\nx,y\n-- fails\n",
+         "3: the table line 2, column 2 'b': 'y' is not a Key (a whole number from 0 to "
+         "4294967295)"},
+        {"== a\nX\n    a:U\nX\n    a:K,b:K\n    1\n",
+         "4: the table line 2: the row has 1 field where 2 are expected"},
+        {"== a\nX\n", "1: a case that expects nothing"},
+        {"== a\n-- fails\n", "1: a case without an element"},
+        {"== a\n    x\n", "2: a line outside of a section"},
+        {"=== a\nX\n", "2: a line outside of a section"},
+        {"# nothing\n", "1: no case in the file"}};
+    for (const auto& [text, error] : broken)
+        EXPECT_EQ(parseCaseFile(text, "x.case").error.toStdString(),
+                  std::string("x.case:") + error);
 }
 
 TEST(TypedTable, WhatIsReadIsWrittenBack) {

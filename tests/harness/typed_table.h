@@ -1,7 +1,4 @@
 /// Tables of case files: typed CSV read into memory, and rows written back as lines to compare.
-///
-/// This reader is the naive one on purpose: what it reads is checked against the real reader and
-/// writer where the case files run through the command line.
 #pragma once
 
 #include "engine/packed_table.h"
@@ -12,11 +9,10 @@
 
 namespace velmorra::harness {
 
-/// A table, or what is wrong with its text and in which of its lines (from 0).
+/// A table, or what is wrong with its text.
 struct TypedTable {
     std::shared_ptr<PackedTable> table;
     QString error;
-    int line = 0;
 };
 
 /// Reads `name:TYPE[:SORT]` headers and rows; an unquoted empty field is null. No text at all is a

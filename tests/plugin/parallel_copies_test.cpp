@@ -54,52 +54,6 @@ protected:
     TablePin noSettings{{"first", "second"}, {}};
 };
 
-TEST_P(ParallelCopies, takeTheListsAndColumnsOfTheirMaster) {
-    HandDriven master(box(GetParam().element));
-    HandDriven copy(box(GetParam().element), &master);
-    TablePin masterRows = rows();
-    TablePin copyRows = rows();
-    ASSERT_FALSE(master.begin({&masterRows, &settings}));
-    ASSERT_FALSE(copy.begin({&copyRows, &noSettings}));
-
-    auto copied = std::async(std::launch::async, [&] { return copy.step(); });
-    EXPECT_EQ(copied.wait_for(20ms), std::future_status::timeout);
-    EXPECT_FALSE(master.step());
-    EXPECT_FALSE(copied.get());
-
-    for (HandDriven* each : {&master, &copy}) {
-        EXPECT_EQ(each->output().shape().names, GetParam().names);
-        EXPECT_EQ(each->row(), GetParam().row);
-        EXPECT_TRUE(each->step());
-    }
-    EXPECT_EQ(copy.output().shape(), master.output().shape());
-    EXPECT_EQ(noSettings.read, 0);
-    EXPECT_EQ(master.group().metaReady.available(), ParallelGroup::metaPermits - 1);
-    EXPECT_FALSE(copy.afterRun());
-    EXPECT_FALSE(master.afterRun());
-}
-
-TEST_P(ParallelCopies, finishAtOnceWhenTheMasterFails) {
-    HandDriven master(box(GetParam().failing));
-    HandDriven copy(box(GetParam().failing), &master);
-    TablePin masterRows = rows();
-    TablePin copyRows = rows();
-    ASSERT_FALSE(master.begin({&masterRows, &settings}));
-    ASSERT_FALSE(copy.begin({&copyRows, &noSettings}));
-
-    auto copied = std::async(std::launch::async, [&] { return copy.step(); });
-    EXPECT_TRUE(master.step());
-    EXPECT_TRUE(copied.get());
-    EXPECT_TRUE(copy.row().isEmpty());
-    EXPECT_EQ(parameters.runStatus, RunStatus::Failed);
-    EXPECT_TRUE(master.action().actionFailed);
-    EXPECT_EQ(master.messages().size(), 1);
-    EXPECT_TRUE(copy.messages().isEmpty());
-    EXPECT_GE(master.group().metaReady.available(), ParallelGroup::metaPermits - 1);
-    copy.afterRun();
-    master.afterRun();
-}
-
 TEST_P(ParallelCopies, aMasterWithoutRowsLetsThemGo) {
     HandDriven master(box(GetParam().failing));
     HandDriven copy(box(GetParam().failing), &master);

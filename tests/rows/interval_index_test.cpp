@@ -169,22 +169,4 @@ TEST(IntervalIndex, withoutIntervalsFindsNothing) {
     EXPECT_EQ(indexOf({}, IntervalIndex::HighestLow).bestOverlapping(1, 2), -1);
 }
 
-TEST(PointIndex, goesThroughThePointsOfAnInterval) {
-    PointIndex index;
-    for (const double point : {3.0, 1.0, 2.0, 3.0, 1.0, 5.0})
-        index.add(point);
-    index.build();
-    const auto found = [&](double low, double high) {
-        std::vector<int> numbers;
-        for (qsizetype place = index.begin(low); index.isBelow(place, high); ++place)
-            numbers.push_back(index.numberAt(place));
-        return numbers;
-    };
-    EXPECT_EQ(found(0, 9), std::vector<int>({1, 4, 2, 0, 3, 5}));
-    EXPECT_EQ(found(1, 3), std::vector<int>({4, 2})); // of equal points at the low end, the last
-    EXPECT_EQ(found(2.5, 5), std::vector<int>({0, 3}));
-    EXPECT_EQ(found(5, 5), std::vector<int>());
-    EXPECT_EQ(found(6, 9), std::vector<int>());
-}
-
 } // namespace

@@ -103,53 +103,40 @@ std::u16string randomText(std::mt19937& random, unsigned letters) {
     return text;
 }
 
-TEST(KeyIndex, chainsKeysInTheOrderOfTheTree) {
-    for (unsigned seed = 0; seed < 60; ++seed) {
+TEST(KeyIndex, chainsNumbersInTheOrderOfTheTree) {
+    const double floats[] = {0.0,
+                             -0.0,
+                             1.5,
+                             1e300,
+                             -1e300,
+                             3,
+                             0.1,
+                             0.2,
+                             0.3,
+                             7e-5,
+                             cell::nullFloat(),
+                             cell::invalidFloat()};
+    for (unsigned seed = 0; seed < 120; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
         ChainedIndex chained;
         std::vector<Bytes> keys;
+        const bool isKey = seed % 2 == 0;
         const unsigned spread = 1u << random() % 20;
+        const unsigned used = 1 + random() % std::size(floats);
         for (size_t count = random() % 400; keys.size() < count;) {
             const quint32 key = random() % spread * (random() % 2 == 0 ? 1 : 65537);
-            keys.push_back(keyCell(key));
-            chained.number(chained.index.addKey(key));
+            const double number = floats[random() % used];
+            keys.push_back(isKey ? keyCell(key) : floatCell(number));
+            chained.number(isKey ? chained.index.addKey(key) : chained.index.addFloat(number));
         }
-        ASSERT_FALSE(chained.index.buildKey());
+        ASSERT_FALSE(isKey ? chained.index.buildKey() : chained.index.buildFloat());
         for (const auto& [key, rows] : referenceOf(keys).chains)
-            EXPECT_EQ(chainAt(chained.index.findKey(cell::loadKey(key.data()))), rows);
-        EXPECT_EQ(chained.index.findKey(0xFFFF0001u), nullptr);
-    }
-}
-
-TEST(KeyIndex, chainsFloatsInTheOrderOfTheTree) {
-    for (unsigned seed = 0; seed < 60; ++seed) {
-        SCOPED_TRACE(seed);
-        std::mt19937 random(seed);
-        const double values[] = {0.0,
-                                 -0.0,
-                                 1.5,
-                                 1e300,
-                                 -1e300,
-                                 3,
-                                 0.1,
-                                 0.2,
-                                 0.3,
-                                 cell::nullFloat(),
-                                 cell::invalidFloat(),
-                                 7e-5};
-        ChainedIndex chained;
-        std::vector<Bytes> keys;
-        const unsigned used = 1 + random() % std::size(values);
-        for (size_t count = random() % 60; keys.size() < count;) {
-            const double key = values[random() % used];
-            keys.push_back(floatCell(key));
-            chained.number(chained.index.addFloat(key));
-        }
-        ASSERT_FALSE(chained.index.buildFloat());
-        for (const auto& [key, rows] : referenceOf(keys).chains)
-            EXPECT_EQ(chainAt(chained.index.findFloat(cell::loadFloat(key.data()))), rows);
-        EXPECT_EQ(chained.index.findFloat(99), nullptr);
+            EXPECT_EQ(chainAt(isKey ? chained.index.findKey(cell::loadKey(key.data()))
+                                    : chained.index.findFloat(cell::loadFloat(key.data()))),
+                      rows);
+        EXPECT_EQ(isKey ? chained.index.findKey(0xFFFF0001u) : chained.index.findFloat(99),
+                  nullptr);
     }
 }
 
@@ -218,40 +205,6 @@ TEST(KeyIndex, tellsTheDuplicateThatTheTreeMeetsFirst) {
                                          QLatin1Char('\'')));
         EXPECT_FALSE(texts.outOfMemory());
     }
-}
-
-TEST(KeyIndex, rejectsTwoNullTextsWithoutAWord) {
-    KeyIndex index(300, 0, DuplicatePolicy::RejectDuplicates);
-    for (const Bytes& cellBytes : {textCell(u"a"), nullTextCell, textCell(u"a"), nullTextCell})
-        index.addString(cellBytes.data());
-    CollectedMessages log;
-    EXPECT_TRUE(index.buildString());
-    EXPECT_TRUE(log.texts.isEmpty());
-}
-
-TEST(KeyIndex, tellsAFloatWithSixDigits) {
-    KeyIndex index(300, 0, DuplicatePolicy::RejectDuplicates);
-    index.columnName = QStringLiteral("x");
-    for (const double key : {1234567.0, 0.25, 1234567.0})
-        index.addFloat(key);
-    CollectedMessages log;
-    EXPECT_TRUE(index.buildFloat());
-    EXPECT_EQ(log.texts,
-              QStringList(QStringLiteral("1 Error: Primary key in column 'x' on pin 1 is not "
-                                         "unique: Duplicate value is :'1.23457e+06'")));
-}
-
-TEST(KeyIndex, keepsOneOfEachKeyWithoutAWord) {
-    KeyIndex index(300, 0, DuplicatePolicy::KeepOne);
-    for (const Bytes& cellBytes :
-         {textCell(u"a"), nullTextCell, textCell(u"a"), nullTextCell, textCell(u"")})
-        index.addString(cellBytes.data());
-    CollectedMessages log;
-    EXPECT_FALSE(index.buildString());
-    EXPECT_TRUE(log.texts.isEmpty());
-    for (const Bytes& cellBytes : {textCell(u"a"), nullTextCell, textCell(u"")})
-        EXPECT_NE(index.findString(cellBytes.data()), nullptr);
-    EXPECT_EQ(index.findString(textCell(u"b").data()), nullptr);
 }
 
 TEST(KeyIndex, withoutEntriesMissesEverything) {

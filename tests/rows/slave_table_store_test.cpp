@@ -74,72 +74,20 @@ TEST_P(RandomStore, findsTheLastRowOfEachKeyWithItsCells) {
 // Blocks that hold many rows, a few rows, not even a row, and less than a cell.
 INSTANTIATE_TEST_SUITE_P(BlockSizes, RandomStore, testing::Values(1 << 20, 2000, 200, 16));
 
-struct OneKeyStore {
-    explicit OneKeyStore(qint32 type, bool rejects = true) : store(3, 1000, rejects) {
-        setTypes(row, {type});
-        store.setColumns(row, {0}, {0});
-    }
-    bool add(const Bytes& key) {
-        row.cells[0] = key.data();
-        return store.addRow(row);
-    }
-    OneRow row;
-    SlaveTableStore store;
-};
-
-TEST(SlaveTableStore, namesTheDuplicateAndItsPin) {
-    struct Example {
-        qint32 type;
-        Bytes key;
-        const char* text;
-    };
-    const Example examples[] = {{'K', keyCell(7), "7"},
-                                {'K', keyCell(cell::nullKey), "4294967295"},
-                                {'F', floatCell(1234567.5), "1.23457e+06"},
-                                {'U', textCell(u"%1"), "%1"},
-                                {'U', nullTextCell, ""}};
-    for (const Example& example : examples) {
-        OneKeyStore keys(example.type);
-        EXPECT_FALSE(keys.add(example.key));
-        CollectedMessages log;
-        EXPECT_TRUE(keys.add(example.key));
-        EXPECT_EQ(log.texts,
-                  QStringList(QStringLiteral("1 Error: Primary key in column 'c0' on pin 3 is not "
-                                             "unique: Duplicate value is :'") +
-                              QLatin1String(example.text) + QLatin1Char('\'')));
-    }
-}
-
-TEST(SlaveTableStore, takesZerosAsOneAndNaNsAsNothing) {
-    OneKeyStore keys(MetaTypeFloat);
-    EXPECT_FALSE(keys.add(floatCell(-0.0)));
-    EXPECT_NE(keys.store.findFloat(0, 0.0), nullptr);
-    for (const double nothing : {cell::nullFloat(), cell::invalidFloat()}) {
-        EXPECT_FALSE(keys.add(floatCell(nothing)));
-        EXPECT_FALSE(keys.add(floatCell(nothing)));
-        EXPECT_EQ(keys.store.findFloat(0, nothing), nullptr);
-    }
-    CollectedMessages log;
-    EXPECT_TRUE(keys.add(floatCell(0.0)));
-}
-
-TEST(SlaveTableStore, tellsNullFromTheEmptyText) {
-    OneKeyStore keys(MetaTypeText);
-    EXPECT_FALSE(keys.add(nullTextCell));
-    EXPECT_EQ(keys.store.findText(0, cell::text(textCell(u"").data())), nullptr);
-    EXPECT_FALSE(keys.add(textCell(u"")));
-    EXPECT_NE(keys.store.findText(0, cell::text(textCell(u"").data())),
-              keys.store.findText(0, cell::text(nullTextCell.data())));
-}
-
 TEST(SlaveTableStore, endsTheProcessForWantOfMemory) {
     for (const int calls : {0, 1, 2}) {
         EXPECT_EXIT(
             {
                 BigMallocWatch::failAfter(calls);
-                OneKeyStore keys(MetaTypeText);
-                for (int i = 0;; ++i)
-                    keys.add(textCell(std::u16string(300, char16_t(u'a' + i))));
+                OneRow row;
+                setTypes(row, {MetaTypeText});
+                SlaveTableStore store(3, 1000, true);
+                store.setColumns(row, {0}, {0});
+                for (int i = 0;; ++i) {
+                    const Bytes key = textCell(std::u16string(300, char16_t(u'a' + i)));
+                    row.cells[0] = key.data();
+                    store.addRow(row);
+                }
             },
             testing::ExitedWithCode(99), "");
     }
