@@ -29,11 +29,6 @@ const char* const catHelp = R"(Examples:
 
 const QString standardStream = QStringLiteral("-");
 
-/// Two boxes that are only to be as fast as they can; more threads have nothing to do.
-int usefulThreads() {
-    return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, 4);
-}
-
 /// The number of rows that was given, if any; false when it isn't one.
 bool readLimit(const std::string& word, std::optional<qint64>* limit) {
     if (!word.empty())
@@ -61,10 +56,6 @@ ExitStatus copyTable(const SourceTable& source, const TargetTable& target,
 }
 
 } // namespace
-
-ConvertCommand::ConvertCommand() {
-    settings_.runOptions.threads = usefulThreads();
-}
 
 void ConvertCommand::declare(CLI::App& app) {
     app.add_option("IN", in_, "the table to read")->type_name("");
@@ -96,10 +87,6 @@ ExitStatus ConvertCommand::execute() {
     if (const QString error = readWords(&source, &target); !error.isNull())
         return wrongUsage(error);
     return copyTable(source, target, settings_);
-}
-
-CatCommand::CatCommand() {
-    settings_.runOptions.threads = usefulThreads();
 }
 
 void CatCommand::declare(CLI::App& app) {

@@ -7,7 +7,6 @@
 
 class ConvertCommand : public Command {
 public:
-    ConvertCommand();
     const char* name() const override { return "convert"; }
     const char* summary() const override { return "turn CSV into a stored table, or back"; }
     void declare(CLI::App& app) override;
@@ -27,7 +26,6 @@ private:
 
 class CatCommand : public Command {
 public:
-    CatCommand();
     const char* name() const override { return "cat"; }
     const char* summary() const override { return "print a stored table as CSV"; }
     void declare(CLI::App& app) override;

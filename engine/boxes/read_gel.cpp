@@ -24,7 +24,8 @@ const StoredElement& ReadGel::declaration() {
             .boolean<&ReadGel::skipCorruptedBlocks>(
                 "skipCorruptedBlocks", false, Written::WhenNotDefault,
                 "blocks that are damaged are passed over with a warning; else the first one ends "
-                "the run");
+                "the run")
+            .exampleWords("ReadGel file=table.gel");
     return element;
 }
 

@@ -29,7 +29,8 @@ const StoredElement& WriteGel::declaration() {
             .text<&WriteGel::file>("file", "", Written::Always,
                                    "the file to write; - is standard output")
             .longInteger<&WriteGel::limit>("limit", -1, Written::WhenNotDefault,
-                                           "most rows to write; -1 for all");
+                                           "most rows to write; -1 for all")
+            .exampleWords("WriteGel file=out.gel");
     return element;
 }
 
@@ -122,7 +123,7 @@ bool WriteGel::finishOutput() {
     if (started_)
         writer_->finish();
     started_ = false;
-    const bool finished = (flush() || output_->readerGone()) && output_->finish();
+    const bool finished = output_->write(writer_->bytes(), writer_->size()) && output_->finish();
     if (!finished && !output_->error().isNull())
         fail(output_->error());
     return finished;

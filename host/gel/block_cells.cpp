@@ -32,7 +32,7 @@ void TextCells::clear() {
     high.clear();
 }
 
-BlockCells::BlockCells(const QVector<MetaInfo>& types) {
+BlockCells::BlockCells(const QVector<MetaInfo>& types, quint32 mostRows) : mostRows_(mostRows) {
     size_t textColumns = 0;
     size_t numberColumns = 0;
     for (const MetaInfo& type : types) {
@@ -70,7 +70,7 @@ bool BlockCells::add(const uchar* const* cells) {
 }
 
 bool BlockCells::isFull() const {
-    if (rows_ == mostBlockRows || cellBytes_ >= largestBlockBytes)
+    if (rows_ == mostRows_ || cellBytes_ >= largestBlockBytes)
         return true;
     return cellBytes_ >= blockBytes && rows_ >= fewRows;
 }

@@ -22,7 +22,8 @@ struct TextCells {
 
 class BlockCells {
 public:
-    explicit BlockCells(const QVector<MetaInfo>& types);
+    /// `mostRows` is from 1 to mostBlockRows.
+    BlockCells(const QVector<MetaInfo>& types, quint32 mostRows);
 
     /// False, with nothing added, when the row takes more than mostRowBytes.
     bool add(const uchar* const* cells);
@@ -46,6 +47,7 @@ private:
     std::vector<quint32> place_; ///< of each column among those of its kind
     std::vector<GrowingBytes> numbers_;
     std::vector<TextCells> texts_;
+    quint32 mostRows_;
     quint32 rows_ = 0;
     quint64 cellBytes_ = 0;
 };

@@ -3,6 +3,7 @@
 /// One thread at a time.
 #pragma once
 
+#include "host/export.h"
 #include "host/gel/float_codec.h"
 #include "host/gel/text_codec.h"
 
@@ -10,7 +11,7 @@ struct ZSTD_DCtx_s;
 
 namespace gel {
 
-class BlockRows {
+class VELMORRA_CORE BlockRows {
 public:
     BlockRows();
     ~BlockRows();

@@ -11,7 +11,7 @@ namespace {
 constexpr size_t blocksOfAPlan = 32;
 } // namespace
 
-CompressionQueue::CompressionQueue(const QVector<MetaInfo>& types, int workers) {
+CompressionQueue::CompressionQueue(const QVector<MetaInfo>& types, int workers, quint32 blockRows) {
     try {
         for (int i = 0; i < workers; ++i)
             threads_.emplace_back([this] { work(); });
@@ -19,7 +19,7 @@ CompressionQueue::CompressionQueue(const QVector<MetaInfo>& types, int workers) 
         // Fewer do as well.
     }
     for (size_t i = 0; i < std::max<size_t>(threads_.size(), 1) + 1; ++i)
-        blocks_.push_back(std::make_unique<Block>(types));
+        blocks_.push_back(std::make_unique<Block>(types, blockRows));
 }
 
 CompressionQueue::~CompressionQueue() {

@@ -16,7 +16,7 @@ namespace gel {
 class CompressionQueue {
 public:
     struct Block {
-        explicit Block(const QVector<MetaInfo>& types) : cells(types) {}
+        Block(const QVector<MetaInfo>& types, quint32 mostRows) : cells(types, mostRows) {}
 
         BlockCells cells;
         std::shared_ptr<const BlockPlan> plan;
@@ -27,7 +27,7 @@ public:
     };
 
     /// With no workers, or where no thread can be had, the calling thread compresses.
-    CompressionQueue(const QVector<MetaInfo>& types, int workers);
+    CompressionQueue(const QVector<MetaInfo>& types, int workers, quint32 blockRows);
     ~CompressionQueue();
     CompressionQueue(const CompressionQueue&) = delete;
     CompressionQueue& operator=(const CompressionQueue&) = delete;

@@ -174,6 +174,8 @@ bool GelFile::isSound(const BlockEntry& entry) const {
     const quint64 columns = static_cast<quint64>(columns_.names.size());
     return entry.rows > 0 && entry.rows <= mostBlockRows && entry.cellBytes <= mostCellBytes &&
            entry.encodedBytes <= mostEncodedBytes(entry.cellBytes, columns) &&
+           entry.cellBytes <= 2 * quint64(entry.encodedBytes) + 8 * entry.rows * columns &&
+           entry.encodedBytes <= mostExpansion * entry.storedBytes &&
            entry.storedBytes <= mostStoredBytes(entry.encodedBytes);
 }
 

@@ -39,12 +39,16 @@ inline constexpr quint32 mostCellBytes = 256u << 20; ///< of a block
 /// A row has to fit behind those that a block holds already.
 inline constexpr quint32 mostRowBytes = 192u << 20;
 
-/// What a block of these cells takes at most before compression.
+/// What a block of these cells takes at most before compression. Beside the texts themselves that
+/// is the widths of packed lengths, which are those of the longest text.
 inline constexpr quint64 mostEncodedBytes(quint64 cellBytes, quint64 columns) {
-    return 4 * cellBytes + 64 * columns + 64;
+    return 2 * cellBytes + 64 * columns + 64;
 }
 
-/// What that takes at most in the file.
+/// What compressed bytes become at most: their smallest unit stands for 128 KiB in four bytes.
+inline constexpr quint64 mostExpansion = 32768;
+
+/// What encoded bytes take at most in the file.
 inline constexpr quint64 mostStoredBytes(quint64 encodedBytes) {
     return encodedBytes + encodedBytes / 64 + 1024;
 }

@@ -6,7 +6,7 @@
 
 namespace gel {
 
-GelWriter::GelWriter(int workers) : workers_(workers) {}
+GelWriter::GelWriter(int workers, quint32 blockRows) : workers_(workers), blockRows_(blockRows) {}
 
 GelWriter::~GelWriter() = default;
 
@@ -26,7 +26,7 @@ QString GelWriter::start(const PinOutMetaData& columns) {
     headerChecksum_ = checksum(bytes_.data(), bytes_.size());
     bytes_.put(headerChecksum_);
     written_ = bytes_.size();
-    queue_ = std::make_unique<CompressionQueue>(columns.types, workers_);
+    queue_ = std::make_unique<CompressionQueue>(columns.types, workers_, blockRows_);
     return {};
 }
 

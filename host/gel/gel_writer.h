@@ -17,8 +17,8 @@ class CompressionQueue;
 
 class VELMORRA_CORE GelWriter {
 public:
-    /// With no workers the calling thread compresses.
-    explicit GelWriter(int workers = 0);
+    /// With no workers the calling thread compresses. `blockRows` is the most rows of a block.
+    explicit GelWriter(int workers = 0, quint32 blockRows = mostBlockRows);
     ~GelWriter();
     GelWriter(const GelWriter&) = delete;
     GelWriter& operator=(const GelWriter&) = delete;
@@ -41,6 +41,7 @@ private:
     void takeBlocks(size_t mostPending);
 
     int workers_;
+    quint32 blockRows_;
     std::unique_ptr<CompressionQueue> queue_;
     GrowingBytes bytes_;
     quint64 headerChecksum_ = 0;

@@ -18,8 +18,9 @@ struct PackedRows {
 };
 
 /// The bytes of a gel file of the table.
-inline QByteArray gelBytes(const PackedRows& table, int workers = 0) {
-    gel::GelWriter writer(workers);
+inline QByteArray gelBytes(const PackedRows& table, int workers = 0,
+                           quint32 blockRows = gel::mostBlockRows) {
+    gel::GelWriter writer(workers, blockRows);
     OneRow row;
     row.setShape(table.columns);
     QByteArray bytes;
@@ -41,6 +42,8 @@ inline QByteArray gelBytes(const PackedRows& table, int workers = 0) {
 }
 
 inline void writeFile(const QString& path, const QByteArray& bytes) {
+    // Not over the earlier one: some file systems then wait for the disk.
+    QFile::remove(path);
     QFile file(path);
     file.open(QIODevice::WriteOnly);
     file.write(bytes);
