@@ -285,9 +285,7 @@ class Catalogue(CommandLineTest):
     def test_the_example_of_every_action_runs(self):
         for name in ("in", "in0", "in1", "table", "names", "slaves"):
             self.write(name + ".csv", "a,b\n1,2\n")
-        self.write("files.csv", "filenames
-table.gel
-")
+        self.write("files.csv", "filenames\ntable.gel\n")
         self.answer("convert", "in.csv", "table.gel", "--sorted", "a:A")
         for action in json.loads(self.answer("actions", "--json")):
             words = shlex.split(action["example"])
