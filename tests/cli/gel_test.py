@@ -87,6 +87,28 @@ class StoredTables(cli_test.CommandLineTest):
         self.assertEqual(sorted(os.listdir(self.folder)), before)
         self.assertEqual((self.folder / "t.gel").read_bytes(), whole)
 
+    def test_a_join_of_files_ends_with_a_damaged_one_or_passes_over_its_blocks(self):
+        self.write("main.csv", "id:K:01\n1\n2\n")
+        self.write("big.csv", "id:K:01,v:K\n" + "".join(f"{i},{i * i % 9973}\n" for i in range(5000)))
+        self.write("files.csv", "filenames:U\nbig.gel\ntypo.gel\n")
+        self.answer("convert", "big.csv", "big.gel", "--typed")
+        words = ("--typed", "--in", "main.csv", "--in", "1=files.csv")
+        missing = "[2] box 1 (JoinInput): WARNING: cannot open file 'typo.gel'?\n"
+        for element, status, output, message in (
+                ("JoinInput keyA=id keyBconstant=id", 0, "id:K:01,v:K\n1,1\n2,4\n", ""),
+                ("JoinInput keyA=id keyBconstant=id", 1, "", "damaged"),
+                ("JoinInput keyA=id keyBconstant=id skipCorruptedBlocks=1", 0,
+                 "id:K:01\n1\n2\n", "passed over")):
+            result = self.velmorra("apply", element, *words)
+            self.assertEqual((result.returncode, result.stdout), (status, output), result.stderr)
+            self.assertTrue(result.stderr.startswith(missing), result.stderr)
+            self.assertIn(message, result.stderr)
+            if status == 0 and not message:
+                whole = bytearray((self.folder / "big.gel").read_bytes())
+                whole[len(whole) // 2] ^= 255
+                (self.folder / "big.gel").write_bytes(whole)
+
+
 
 if __name__ == "__main__":
     cli_test.PROGRAM = str(Path(sys.argv.pop(1)).resolve())
