@@ -1,8 +1,10 @@
 #include "engine/catalog.h"
 
 #include "engine/boxes/read_csv.h"
+#include "engine/boxes/read_gel.h"
 #include "engine/boxes/sort.h"
 #include "engine/boxes/write_csv.h"
+#include "engine/boxes/write_gel.h"
 #include "host/nearest_name.h"
 #include "host/plugin_interface.h"
 
@@ -58,8 +60,10 @@ QString ActionCatalog::load() {
             add(std::unique_ptr<ActionItem>(action));
     }
     add(std::make_unique<ReadCsv>(XMLNode::emptyNode(), nullptr));
+    add(std::make_unique<ReadGel>(XMLNode::emptyNode(), nullptr));
     add(std::make_unique<Sort>(XMLNode::emptyNode(), nullptr));
     add(std::make_unique<WriteCsv>(XMLNode::emptyNode(), nullptr));
+    add(std::make_unique<WriteGel>(XMLNode::emptyNode(), nullptr));
     return {};
 }
 

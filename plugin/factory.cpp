@@ -5,6 +5,7 @@
 #include "actions/join/in_memory_join.h"
 #include "actions/join/interval_join.h"
 #include "actions/join/join.h"
+#include "actions/join/join_input.h"
 #include "actions/join/multi_join.h"
 #include "actions/shape/append.h"
 #include "actions/shape/column_rename.h"
@@ -32,11 +33,11 @@ constexpr Registration registered() {
 
 // In the order of the catalogue.
 constexpr Registration registrations[] = {
-    registered<SelectColumns>(), registered<Flatten>(),      registered<Unflatten>(),
-    registered<InsertKey>(),     registered<ColumnRename>(), registered<Append>(),
-    registered<Join>(),          registered<MultiJoin>(),    registered<FilterOnKey>(),
-    registered<IntervalJoin>(),  registered<Split>(),        registered<InMemoryJoin>(),
-    registered<Accumulator>(),
+    registered<JoinInput>(),    registered<SelectColumns>(), registered<Flatten>(),
+    registered<Unflatten>(),    registered<InsertKey>(),     registered<ColumnRename>(),
+    registered<Append>(),       registered<Join>(),          registered<MultiJoin>(),
+    registered<FilterOnKey>(),  registered<IntervalJoin>(),  registered<Split>(),
+    registered<InMemoryJoin>(), registered<Accumulator>(),
 };
 
 constexpr bool comesBefore(const Registration& a, const Registration& b) {

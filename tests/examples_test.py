@@ -29,6 +29,14 @@ def run_graph(program, graph, out, threads):
     return []
 
 
+def tables_in(program, folder):
+    """The written files by name; stored tables as typed CSV."""
+    return {path.name + ".csv" if path.suffix == ".gel" else path.name:
+            subprocess.run([program, "cat", "--typed", path], capture_output=True, check=True).stdout
+            if path.suffix == ".gel" else path.read_bytes()
+            for path in Path(folder).iterdir()}
+
+
 def difference(name, expected, written):
     """The first rows in which two tables differ; nothing where they are the same."""
     if expected == written:
@@ -52,7 +60,7 @@ def main():
     for graph, threads in itertools.product(graphs, THREADS):
         with tempfile.TemporaryDirectory() as out:
             problems = run_graph(options.program, graph, out, threads)
-            written = {path.name: path.read_bytes() for path in Path(out).iterdir()}
+            written = tables_in(options.program, out)
         outputs |= written.keys()
         if not problems and not any(name.startswith(graph.stem) for name in written):
             problems.append(f"wrote no table of its own name: {sorted(written)}")

@@ -126,6 +126,8 @@ def example_text(case):
     for title, body in case.sections:
         if title[0] == "in":
             parts.append(f"Input pin {title[1]}:\n\n{fenced(body)}")
+    for title, body in case.all("file"):
+        parts.append(f"The stored table `{title[1]}`:\n\n{fenced(body)}")
     for title, body in case.all("param"):
         parts.append(f"With the parameter `{' '.join(title[1:])}`.")
     element = case.body("element")

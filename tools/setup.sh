@@ -8,7 +8,7 @@ packages=(
     g++ cmake ninja-build ccache
     # libraries that the programs use
     qt6-base-dev qt6-5compat-dev qt6-svg-dev libgl-dev
-    libpugixml-dev libcli11-dev libfast-float-dev
+    libpugixml-dev libcli11-dev libfast-float-dev libzstd-dev libxxhash-dev pkg-config
     # tests, benchmarks and checks
     libgtest-dev libbenchmark-dev python3 git
     clang libclang-rt-14-dev clang-format clang-tidy

@@ -117,8 +117,7 @@ ExitStatus ApplyCommand::execute() {
         return wrongUsage(plan.error);
     if (plan.readsStandardInput() && isatty(STDIN_FILENO) == 1)
         return wrongUsage(QStringLiteral("no input: give --in FILE or pipe a table in"));
-    if (const QString error = addTableBoxes(graph, plan, tables_, catalog); !error.isNull())
-        return wrongUsage(error);
+    addTableBoxes(graph, plan, tables_);
     if (log.takeProblems(graph.checkWiring()))
         return ExitStatus::NotLoadable;
     return executeRun(graph, log, settings_);

@@ -1,7 +1,7 @@
 // Options to pins: each option is checked against the elements' pins before anything is opened.
 #include "apply_tables.h"
 
-#include "engine/element_text.h"
+#include "table_file.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
@@ -50,6 +50,10 @@ PinWord parsePinWord(const QString& word) {
 
 QString quoted(const QString& text) {
     return QLatin1Char('\'') + text + QLatin1Char('\'');
+}
+
+SourceTable sourceOf(const PinTable& table, const TableOptions& options) {
+    return {table.file, table.types, table.sorted, options.typed, false};
 }
 
 enum class Direction { In, Out };
@@ -223,6 +227,11 @@ void TablePlanner::checkStreamsAndFiles() {
     if (readsInput > 1)
         fail(QStringLiteral("standard input can feed one pin only; give the others a file with "
                             "--in"));
+    for (const auto& [place, table] : inputs_) {
+        const QString problem = settingsProblem(sourceOf(table, options_));
+        if (!problem.isNull())
+            fail(problem);
+    }
     QSet<QString> files;
     for (const auto& [place, table] : outputs_) {
         const QString identity = table.file == standardStream ? table.file : identityOf(table.file);
@@ -245,19 +254,6 @@ QString boxPlace(const PinTable& table, int impliedElement) {
                : QString::number(table.element + 1) + QLatin1Char('.') + pin;
 }
 
-/// Adds a box made from words; its place, or -1 with what is wrong.
-int addBox(Graph& graph, const QStringList& words, const QString& id,
-           const velmorra::ActionCatalog& catalog, QString& error) {
-    const velmorra::ElementList list = velmorra::parseElements(words, catalog);
-    if (!list.problems.isEmpty()) {
-        error = id + QLatin1String(": ") + list.problems.front().text;
-        return -1;
-    }
-    auto box = catalog.create(list.elements.front(), &graph.parameters);
-    box->boxId = id;
-    return graph.addBox(std::move(box));
-}
-
 } // namespace
 
 bool TablePlan::readsStandardInput() const {
@@ -270,29 +266,19 @@ TablePlan planTables(const TableOptions& options,
     return TablePlanner(options, elements).plan();
 }
 
-QString addTableBoxes(Graph& graph, const TablePlan& plan, const TableOptions& options,
-                      const velmorra::ActionCatalog& catalog) {
+void addTableBoxes(Graph& graph, const TablePlan& plan, const TableOptions& options) {
     const int last = static_cast<int>(graph.boxes().size()) - 1;
-    const QString typed = QLatin1String(options.typed ? "typed=1" : "typed=0");
-    QString error;
     for (int i = 0; i < last; ++i)
         graph.addLink({i, 0, i + 1, 0});
     for (const PinTable& table : plan.inputs) {
-        const QStringList words = {QStringLiteral("ReadCsv"), QLatin1String("file=") + table.file,
-                                   typed, QLatin1String("types=") + table.types,
-                                   QLatin1String("sorted=") + table.sorted};
         const QString id = QLatin1String("in ") + boxPlace(table, 0);
-        const int box = addBox(graph, words, id, catalog, error);
+        const int box = addTableBox(graph, sourceOf(table, options), id);
         graph.addLink({box, 0, table.element, table.pin});
     }
     for (const PinTable& table : plan.outputs) {
-        QStringList words = {QStringLiteral("WriteCsv"), QLatin1String("file=") + table.file,
-                             typed};
-        if (options.limit)
-            words += QLatin1String("limit=") + QString::number(*options.limit);
         const QString id = QLatin1String("out ") + boxPlace(table, last);
-        const int box = addBox(graph, words, id, catalog, error);
+        const int box =
+            addTableBox(graph, TargetTable{table.file, options.typed, options.limit}, id);
         graph.addLink({table.element, table.pin, box, 0});
     }
-    return error;
 }

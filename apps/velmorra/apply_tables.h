@@ -38,6 +38,5 @@ TablePlan planTables(const TableOptions& options,
                      const std::vector<std::unique_ptr<ActionItem>>& elements);
 
 /// Links the chain, whose elements are the graph's boxes, and adds boxes that read and write the
-/// tables. What is wrong, or a null string.
-QString addTableBoxes(velmorra::Graph& graph, const TablePlan& plan, const TableOptions& options,
-                      const velmorra::ActionCatalog& catalog);
+/// tables.
+void addTableBoxes(velmorra::Graph& graph, const TablePlan& plan, const TableOptions& options);

@@ -83,6 +83,9 @@ private:
         const QString name = textOf(places[at]->get_name(true));
         if (name == QLatin1String("GRAPH"))
             return {files + QLatin1String(" vgraph")};
+        if (name == QLatin1String("IN") || name == QLatin1String("OUT") ||
+            name == QLatin1String("FILE"))
+            return {files};
         if (name == QLatin1String("NAME"))
             return actionNames();
         return name.startsWith(QLatin1String("BOX")) ? boxWords() : QStringList();

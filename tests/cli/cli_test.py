@@ -246,7 +246,10 @@ class Usage(CommandLineTest):
         self.write("graph.vgraph", text)
         environment = {**os.environ,
                        "PATH": f"{Path(PROGRAM).parent}:{os.environ.get('PATH', '')}"}
-        for command in ([], ["run"], ["apply"], ["check"], ["columns"], ["preview"], ["action"]):
+        self.write("sales.csv", "day,price\n1,2.5\n2,\n")
+        self.write("typed.csv", "day:K:01,price:F\n1,2.5\n")
+        for command in ([], ["run"], ["apply"], ["check"], ["columns"], ["preview"], ["action"],
+                        ["convert"], ["cat"]):
             text = self.answer(*command, "--help").partition("Examples:")[2] or \
                 self.answer(*command, "--help").partition("Example:")[2]
             examples = re.findall(r"^  (velmorra (?:.*\\\n)*.*)", text, re.M)
@@ -282,6 +285,8 @@ class Catalogue(CommandLineTest):
     def test_the_example_of_every_action_runs(self):
         for name in ("in", "in0", "in1", "table", "names", "slaves"):
             self.write(name + ".csv", "a,b\n1,2\n")
+        self.write("files.csv", "filenames\ntable.gel\n")
+        self.answer("convert", "in.csv", "table.gel", "--sorted", "a:A")
         for action in json.loads(self.answer("actions", "--json")):
             words = shlex.split(action["example"])
             self.assertEqual(words[0], "velmorra")

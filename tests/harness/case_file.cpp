@@ -1,5 +1,6 @@
 #include "tests/harness/case_file.h"
 
+#include "host/gel/gel_writer.h"
 #include "tests/harness/typed_table.h"
 
 #include <QtCore/QFile>
@@ -55,6 +56,24 @@ QString splitFile(const QString& text, CaseFile& file) {
             each.body = withoutBlankEnd(each.body);
     }
     return {};
+}
+
+QString writeStoredTable(const PackedTable& table, const QString& path) {
+    gel::GelWriter writer;
+    QString problem = writer.start(table.shape);
+    OneRow row;
+    row.setShape(table.shape);
+    for (size_t place = 0; problem.isEmpty() && place < table.rows(); ++place) {
+        table.read(place, row);
+        problem = writer.add(row.cells);
+    }
+    if (!problem.isEmpty())
+        return problem;
+    writer.finish();
+    QFile file(path);
+    const bool written = file.open(QIODevice::WriteOnly) &&
+                         file.write(writer.bytes(), writer.size()) == writer.size();
+    return written ? QString() : path + QLatin1String(": ") + file.errorString();
 }
 
 /// Reads the sections of one case. Errors are sentences; `line` says where.
@@ -132,6 +151,8 @@ private:
                 error = QStringLiteral("a parameter is written name=value");
             else
                 case_.parameters.push_back({setting.left(equals), setting.mid(equals + 1)});
+        } else if (kind == QLatin1String("file")) {
+            storeTable(section);
         } else if (kind == QLatin1String("in")) {
             case_.inputs[place(section, 0)] = table(section);
         } else if (kind == QLatin1String("out")) {
@@ -173,6 +194,16 @@ private:
             line = section.line;
         }
         return read.table;
+    }
+
+    void storeTable(const Section& section) {
+        if (case_.files == nullptr) {
+            case_.files = std::make_shared<QTemporaryDir>();
+            case_.parameters.push_back({QStringLiteral("files"), case_.files->path()});
+        }
+        const auto read = table(section);
+        if (read != nullptr)
+            error = writeStoredTable(*read, case_.files->filePath(section.word(1)));
     }
 
     ExpectedTable expectedTable(const Section& section) {

@@ -5,6 +5,7 @@
 #include "engine/packed_table.h"
 
 #include <QtCore/QStringList>
+#include <QtCore/QTemporaryDir>
 
 #include <map>
 #include <memory>
@@ -66,6 +67,7 @@ struct Case {
     QStringList elements;
     QVector<std::pair<QString, QString>> parameters;
     std::map<Place, std::shared_ptr<const PackedTable>> inputs;
+    std::shared_ptr<const QTemporaryDir> files; ///< stored tables; null when there are none
     std::map<Place, ExpectedTable> outputs;
     std::map<Place, ExpectedText> columns;
     std::optional<ExpectedText> log;

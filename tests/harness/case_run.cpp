@@ -218,6 +218,8 @@ CaseResult runCase(const Case& run, const ActionCatalog& catalog, Circumstance c
         return result;
     runGraph(built, log, circumstance, result);
     result.log = log.master;
+    if (run.files != nullptr)
+        result.log.replaceInStrings(run.files->path(), QStringLiteral("${files}"));
     for (const auto& [place, sink] : built.sinks) {
         if (!sink->defect().isEmpty())
             result.problem = sink->defect();

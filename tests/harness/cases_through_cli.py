@@ -101,6 +101,11 @@ def run_case(program, case, folder):
         command += ["--in", f"{place(title, len(elements), 1)}={path}"]
     for title, _ in case.all("param"):
         command += ["--set", " ".join(title[1:])]
+    for title, body in case.all("file"):
+        table = folder / "table.csv"
+        table.write_bytes((body + "\n").encode() if body else b"")
+        subprocess.run([program, "convert", "--typed", table, folder / title[1]], check=True)
+    command += ["--set", f"files={folder}"]
     outputs = []
     for title, body in case.all("out"):
         path = folder / f"out_{title[1]}.csv"
@@ -112,16 +117,16 @@ def run_case(program, case, folder):
         )
     except subprocess.TimeoutExpired:
         return [f"doesn't end within {SECONDS} s"]
-    problems = compare(case, ran, outputs)
+    problems = compare(case, ran, outputs, folder)
     return problems and problems + ["command: " + " ".join(map(repr, command))]
 
 
-def compare(case, ran, outputs):
+def compare(case, ran, outputs, folder):
     problems = []
     fails = bool(case.all("fails"))
     if ran.returncode != (1 if fails else 0):
         problems.append(f"exit status {ran.returncode}")
-    messages = ran.stderr.decode(errors="replace")
+    messages = ran.stderr.decode(errors="replace").replace(str(folder), "${files}")
     log = [BOX.sub(r"\1", line) for line in without_one_line_feed(messages).split("\n")]
     if any(title[-1] == "nothing" for title, _, _ in outputs):
         log = without_question_for_columns(log)
