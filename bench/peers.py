@@ -87,14 +87,22 @@ class Table:
 
 
 @dataclass
+class Graph:
+    """A graph file that velmorra runs where Actions to apply don't say enough; its parameter `out`
+    is the file to write."""
+
+    path: Path
+
+
+@dataclass
 class Case:
     """The same work for all of them. `velmorra` are the words behind `velmorra apply`, all but
-    --out; `duckdb` is a query and `polars` an expression with `pl` that gives a table, each written
-    as CSV. An empty one isn't run. `settings` are DuckDB's own; `ordered` compares the rows of the
-    results in their order."""
+    --out, or a Graph; `duckdb` is a query and `polars` an expression with `pl` that gives a table,
+    each written as CSV. An empty one isn't run. `settings` are DuckDB's own; `ordered` compares the
+    rows of the results in their order."""
 
     name: str
-    velmorra: list
+    velmorra: list | Graph
     duckdb: str = ""
     polars: str = ""
     settings: dict = field(default_factory=dict)
@@ -131,12 +139,12 @@ def made_once(path, write, *arguments):
     return path
 
 
-def measured(command, **popen):
-    """Runs a command to its end; what it took and what it printed."""
+def measured(command, stdout=subprocess.PIPE, **popen):
+    """Runs a command to its end; what it took and what it printed, unless `stdout` is a file."""
     start = time.perf_counter()
     with tempfile.TemporaryFile() as errors:
-        process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=errors, **popen)
-        printed = process.stdout.read()
+        process = subprocess.Popen(command, stdout=stdout, stderr=errors, **popen)
+        printed = process.stdout.read() if process.stdout else b""
         _, status, usage = os.wait4(process.pid, 0)
         process.returncode = os.waitstatus_to_exitcode(status)
         if process.returncode != 0:
@@ -147,8 +155,9 @@ def measured(command, **popen):
 
 
 def run_velmorra(options, words, out):
-    return measured([options.program, "apply", "--threads", str(options.threads), *map(str, words),
-                     "--out", f"0={out}"])[0]
+    words = ["run", words.path, "--set", f"out={out}"] if isinstance(words, Graph) else [
+        "apply", *words, "--out", f"0={out}"]
+    return measured([options.program, *map(str, words), "--threads", str(options.threads)])[0]
 
 
 def run_node(options, peer, code, settings=None):

@@ -87,11 +87,13 @@ QString JoinKey::choose(Keeps keeps) {
         return QStringLiteral("ERROR: 'Alphabetic' Sort-type and Meta-type of Key is 'float': This "
                               "is incompatible\n");
     const bool isByNumber = sortType_ == SortNumberRising || sortType_ == SortNumberFalling;
+    const bool isText = metaType_ != MetaTypeKey && metaType_ != MetaTypeFloat;
+    readsNumbers_ = isText && isByNumber && keeps == Keeps::Number;
     if (metaType_ == MetaTypeKey) {
         keep_ = &keepKey;
     } else if (metaType_ == MetaTypeFloat) {
         keep_ = &keepFloat;
-    } else if (isByNumber && keeps == Keeps::Number) {
+    } else if (readsNumbers_) {
         order_ = sortType_ == SortNumberRising ? &numberWithText<SortNumberRising>
                                                : &numberWithText<SortNumberFalling>;
         keep_ = &keepNumber;

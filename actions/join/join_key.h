@@ -48,6 +48,10 @@ public:
     /// Makes a key of the master table the current one; its row may go away.
     void setCurrentKey(const uchar* key) { current_ = keep_(*this, key); }
 
+    /// The same for as long as the row stays, with nothing copied: for where a key isn't compared
+    /// with those of later rows of the master table.
+    void lookAt(const uchar* key) { current_ = readsNumbers_ ? keepNumber(*this, key) : key; }
+
     /// Negative, 0 or positive as the current key comes in front of, equals or comes behind `key`.
     /// Requires: there is a current key.
     int compareKeys(const uchar* key) const { return order_(current_, key); }
@@ -72,9 +76,10 @@ private:
     // What was chosen.
     CellOrder order_ = nullptr; ///< left a kept key, right a cell
     Keep keep_ = nullptr;
+    bool readsNumbers_ = false; ///< a kept key is not of the form of a cell
 
     // The current key.
-    const uchar* current_ = nullptr; ///< in `fixed_` or `texts_`; null while there is none
+    const uchar* current_ = nullptr; ///< a cell or in `fixed_` or `texts_`; null: there is none
     uchar fixed_[sizeof(double)] = {};
     RowBuffer texts_; ///< the text of the current key, nothing else
 };

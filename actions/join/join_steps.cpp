@@ -10,6 +10,7 @@ bool Join::start(const OneRow& a) {
         return needsB ? restWithoutB<Kind::Inner>(a) : restWithoutB<Kind::Left>(a);
     switch (joinMode) {
     case LeftUnique:
+        putNulls(slaves_.front());
         return slaves_.size() > 1 ? begin<&Join::manySlavesRow>(a)
                                   : begin<&Join::uniqueRow<Kind::Left>>(a);
     case InnerUnique:
@@ -101,7 +102,7 @@ void Join::drain(int pin) {
     }
 }
 
-/// Goes on with a row of A, which has a new key, when B has ended.
+/// Goes on with a row of A, whose key B can't have, when B has ended.
 template <Join::Kind kind>
 bool Join::restWithoutB(const OneRow& a) {
     if (!isRunning())
@@ -163,23 +164,21 @@ bool Join::copyBStep() {
     return false;
 }
 
-// Unique keys, by A's rows: only the first row of B with a key counts. Cells of B that were put out
-// stay for further rows of A with that key.
+// Unique keys, by A's rows: only the first row of B with a key counts, on which B stays while A has
+// further rows with that key.
 
 template <Join::Kind kind>
 bool Join::uniqueRow(const OneRow& a) {
     Slave& slave = slaves_.front();
-    const uchar* const key = a.cells[key_.column()];
-    if (key_.isNew(key)) {
-        key_.setCurrentKey(key);
-        const OneRow* const b = advance(slave);
-        if (b == nullptr)
-            return restWithoutB<kind>(a);
-        if (kind != Kind::Minus && slave.matches)
-            putB(slave, *b);
-        else if (kind == Kind::Left)
-            putNulls(slave);
-    }
+    const bool hadMatch = slave.matches;
+    key_.lookAt(a.cells[key_.column()]);
+    const OneRow* const b = advance(slave);
+    if (b == nullptr)
+        return restWithoutB<kind>(a);
+    if (kind != Kind::Minus && slave.matches)
+        putB(slave, *b);
+    else if (kind == Kind::Left && hadMatch)
+        putNulls(slave);
     if (kind != Kind::Left && slave.matches != (kind == Kind::Inner))
         return false;
     return handOnA(a);
@@ -205,28 +204,30 @@ bool Join::manySlavesRow(const OneRow& a) {
 template <Join::Kind kind>
 bool Join::groupRow(const OneRow& a) {
     const uchar* const key = a.cells[key_.column()];
-    if (key_.isNew(key)) {
-        key_.setCurrentKey(key);
+    if (!group_.isEmpty()) {
+        if (!key_.isNew(key))
+            return replay(a);
         group_.clear();
-        return meetGroup<kind>(a);
     }
-    if (!group_.isEmpty())
-        return replay(a);
-    if (kind != Kind::Inner)
-        handOnA(a);
-    return false;
+    key_.lookAt(key);
+    return meetGroup<kind>(a);
 }
 
-/// Brings B up to a new key of A, and joins.
+/// Brings B up to the key of a row of A, and joins.
 template <Join::Kind kind>
 bool Join::meetGroup(const OneRow& a) {
     Slave& slave = slaves_.front();
     const OneRow* b = getCurRowFromInPin(slave.pin);
-    if (kind == Kind::Full && b != nullptr && key_.compareKeys(b->cells[slave.key]) > 0) {
-        setStep<&Join::heldRowStep>();
-        return handOnBAlone(*b);
+    if constexpr (kind == Kind::Full) {
+        const int order = b != nullptr ? key_.compareKeys(b->cells[slave.key]) : 1;
+        if (b != nullptr && order > 0) {
+            setStep<&Join::heldRowStep>();
+            return handOnBAlone(*b);
+        }
+        slave.matches = order == 0;
+    } else {
+        b = advance(slave);
     }
-    b = advance(slave);
     if (b == nullptr)
         return restWithoutB<kind>(a);
     if (!slave.matches) {
@@ -234,6 +235,7 @@ bool Join::meetGroup(const OneRow& a) {
             handOnAWithNulls(a);
         return false;
     }
+    key_.setCurrentKey(a.cells[key_.column()]);
     for (; b != nullptr && key_.compareKeys(b->cells[slave.key]) == 0; b = nextRow(slave.pin))
         group_.add(b->cells);
     return !isRunning() || replay(a);
