@@ -2,6 +2,7 @@
 /// csv_fields.cpp.
 #include "engine/csv/csv_parser.h"
 
+#include "engine/csv/field_marks.h"
 #include "engine/csv/transcode.h"
 
 #include <algorithm>
@@ -170,12 +171,12 @@ bool CsvParser::passByteOrderMark(RowBatch& batch) {
 void CsvParser::indexMarks() {
     marksBegin_ = scanned_;
     marksEnd_ = std::min(dataEnd_, scanned_ + qsizetype(marks_.size()) * scanBlock);
-    quint64* mark = marks_.data();
-    for (qsizetype at = marksBegin_; at < marksEnd_; at += scanBlock)
-        *mark++ = findSpecials(window_.get() + at, static_cast<uchar>(settings_.delimiter),
-                               static_cast<uchar>(settings_.quote));
-    if (const qsizetype rest = (marksEnd_ - marksBegin_) % scanBlock; rest != 0)
-        mark[-1] &= (quint64(1) << rest) - 1;
+    const qsizetype size = marksEnd_ - marksBegin_;
+    const qsizetype blocks = (size + scanBlock - 1) / scanBlock;
+    findMarks(window_.get() + marksBegin_, blocks, static_cast<uchar>(settings_.delimiter),
+              static_cast<uchar>(settings_.quote), marks_.data());
+    if (size % scanBlock != 0)
+        marks_[size_t(blocks - 1)] &= (quint64(1) << (size % scanBlock)) - 1;
 }
 
 /// The next byte with a meaning, or the end of the data.
