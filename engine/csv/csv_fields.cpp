@@ -123,7 +123,7 @@ bool CsvParser::convertFirstRow(RowBatch& batch) {
             std::memcpy(copy, text, size_t(size));
             batch.arena.commit(copy + size);
             cell = copy;
-        } else if (slot.kind == Kind::Number && !cell::text(text).isNull()) {
+        } else if (slot.kind != Kind::Skipped && !cell::text(text).isNull()) {
             const QByteArray bytes = qStringFromBytes(text).toUtf8();
             cell = numberCell(batch, firstRow_.firstLine,
                               reinterpret_cast<const uchar*>(bytes.constData()), bytes.size());

@@ -2,6 +2,7 @@
 /// csv_fields.cpp.
 #include "engine/csv/csv_parser.h"
 
+#include "engine/csv/field_marks.h"
 #include "engine/csv/transcode.h"
 
 #include <algorithm>
@@ -39,9 +40,11 @@ void CsvParser::setColumns(std::vector<CsvColumn> columns, const PinOutMetaData&
     firstRowIsData_ = firstRowIsData;
     slots_.clear();
     for (const CsvColumn& column : columns_) {
-        const bool number = column.metaType == MetaTypeKey || column.metaType == MetaTypeFloat;
-        const Kind kind = number ? Kind::Number : Kind::Text;
-        slots_.push_back({column.wanted ? kind : Kind::Skipped, cell::nullCell(column.metaType)});
+        const Kind kind = column.metaType == MetaTypeKey     ? Kind::Key
+                          : column.metaType == MetaTypeFloat ? Kind::Float
+                                                             : Kind::Text;
+        slots_.push_back({column.wanted ? kind : Kind::Skipped, cell::nullCell(column.metaType),
+                          column.largestKey});
     }
     order_.declare(shape);
 }
@@ -133,6 +136,7 @@ bool CsvParser::refill(RowBatch& batch) {
     fieldStart_ -= keptFrom;
     rowStart_ = 0;
     dataEnd_ = kept;
+    marksBegin_ = marksEnd_ = 0;
     const bool atStart = !begun_;
     begun_ = true;
     do {
@@ -162,31 +166,51 @@ bool CsvParser::passByteOrderMark(RowBatch& batch) {
     return true;
 }
 
-CsvParser::Scan CsvParser::scanWindow(RowBatch& batch) {
-    const uchar delimiter = static_cast<uchar>(settings_.delimiter);
-    const uchar quote = static_cast<uchar>(settings_.quote);
+/// Finds the bytes with a meaning in the part of the window that begins with the next byte to look
+/// at.
+void CsvParser::indexMarks() {
+    marksBegin_ = scanned_;
+    marksEnd_ = std::min(dataEnd_, scanned_ + qsizetype(marks_.size()) * scanBlock);
+    const qsizetype size = marksEnd_ - marksBegin_;
+    const qsizetype blocks = (size + scanBlock - 1) / scanBlock;
+    findMarks(window_.get() + marksBegin_, blocks, static_cast<uchar>(settings_.delimiter),
+              static_cast<uchar>(settings_.quote), marks_.data());
+    if (size % scanBlock != 0)
+        marks_[size_t(blocks - 1)] &= (quint64(1) << (size % scanBlock)) - 1;
+}
+
+/// The next byte with a meaning, or the end of the data.
+qsizetype CsvParser::nextMark() {
     while (scanned_ < dataEnd_) {
-        const qsizetype base = scanned_;
-        quint64 marks = findSpecials(window_.get() + base, delimiter, quote);
-        scanned_ = std::min(base + scanBlock, dataEnd_);
-        if (dataEnd_ - base < scanBlock)
-            marks &= (quint64(1) << (dataEnd_ - base)) - 1;
-        for (; marks != 0; marks &= marks - 1) {
-            const qsizetype at = base + std::countr_zero(marks);
-            if (!special(batch, at)) {
-                if (!resynchronise(batch, at))
-                    return Scan::Failed;
-                if (full_)
-                    return Scan::Full;
-                break;
-            }
-            if (full_) {
-                scanned_ = at + 1;
-                return Scan::Full;
-            }
-        }
+        if (scanned_ < marksBegin_ || scanned_ >= marksEnd_)
+            indexMarks();
+        const qsizetype offset = scanned_ - marksBegin_;
+        const quint64 marks =
+            marks_[size_t(offset / scanBlock)] & (~quint64(0) << (offset % scanBlock));
+        const qsizetype block = scanned_ - offset % scanBlock;
+        if (marks != 0)
+            return block + std::countr_zero(marks);
+        scanned_ = block + scanBlock;
     }
-    return Scan::Exhausted;
+    scanned_ = dataEnd_;
+    return dataEnd_;
+}
+
+CsvParser::Scan CsvParser::scanWindow(RowBatch& batch) {
+    for (;;) {
+        if (column_ == 0 && state_ == State::Plain)
+            readPlainRows(batch);
+        const qsizetype at = full_ ? dataEnd_ : nextMark();
+        if (!full_ && at == dataEnd_)
+            return Scan::Exhausted;
+        if (!full_) {
+            scanned_ = at + 1;
+            if (!special(batch, at) && !resynchronise(batch, at))
+                return Scan::Failed;
+        }
+        if (full_)
+            return Scan::Full;
+    }
 }
 
 /// Handles a byte that has a meaning. False when the batch has failed.
@@ -362,13 +386,8 @@ inline const uchar* CsvParser::textCell(RowBatch& batch, qint64 line, const ucha
     // Qt can take text at an even address as it is.
     cell += (reinterpret_cast<quintptr>(cell) + size_t(cell::lengthFieldBytes(length))) & 1;
     uchar* const units = cell::writeLength(cell, length);
-    for (qsizetype i = 0; i < size; i += widenBytes) {
-        unsigned high = widenBlock(bytes + i, units + 2 * i);
-        if (size - i < widenBytes)
-            high &= (1u << (size - i)) - 1;
-        if (high != 0)
-            return textBeyondAscii(batch, line, bytes, size);
-    }
+    if (!widenText(bytes, size, units))
+        return textBeyondAscii(batch, line, bytes, size);
     batch.arena.commit(units + 2 * size);
     return cell;
 }

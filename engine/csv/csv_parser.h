@@ -14,6 +14,7 @@
 #include "engine/csv/order_check.h"
 #include "engine/csv/text_encoding.h"
 
+#include <array>
 #include <utility>
 
 namespace velmorra {
@@ -97,13 +98,15 @@ public:
 
 private:
     enum class State { Plain, Quoted, QuoteSeen, ReturnSeen, InComment, InRejected };
-    enum class Kind : uchar { Skipped, Text, Number };
+    enum class Kind : uchar { Skipped, Text, Key, Float };
     enum class Scan { Exhausted, Full, Failed };
 
     struct Slot {
         Kind kind;
         const uchar* null;
+        quint32 largestKey;
     };
+    class PlainRows;
 
     // Windows and rows.
     void readRows(RowBatch& batch);
@@ -112,6 +115,9 @@ private:
     bool refill(RowBatch& batch);
     bool passByteOrderMark(RowBatch& batch);
     Scan scanWindow(RowBatch& batch);
+    void readPlainRows(RowBatch& batch);
+    void indexMarks();
+    qsizetype nextMark();
     bool special(RowBatch& batch, qsizetype at);
     bool specialInQuotes(RowBatch& batch, qsizetype at);
     bool endQuotedField(RowBatch& batch, qsizetype at);
@@ -177,6 +183,11 @@ private:
     qsizetype scanned_ = 0; ///< the next byte to look at
     bool atEnd_ = false;
     bool begun_ = false;
+
+    // Where bytes with a meaning stand, in a part of the window.
+    std::array<quint64, 64> marks_ = {}; ///< a bit for each byte from marksBegin_ on
+    qsizetype marksBegin_ = 0;
+    qsizetype marksEnd_ = 0;
 
     // The row that is being read.
     State state_ = State::Plain;

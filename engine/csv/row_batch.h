@@ -6,6 +6,7 @@
 #include <QtCore/QString>
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace velmorra {
@@ -19,6 +20,12 @@ public:
         if (end_ - next_ < bytes)
             enterBlock(bytes);
         return next_;
+    }
+
+    /// As `reserve`, with the end of all the room that there is.
+    std::pair<uchar*, uchar*> reserveRest(qsizetype bytes) {
+        reserve(bytes);
+        return {next_, end_};
     }
 
     /// Takes what was written from `reserve` up to and without `end`.

@@ -182,4 +182,15 @@ using portable::widenBlock;
 
 #endif
 
+/// Widens ASCII bytes to code units at any address. False where there are others. Reads and writes
+/// whole blocks.
+inline bool widenText(const uchar* bytes, qsizetype size, uchar* units) {
+    qsizetype at = 0;
+    for (; size - at > widenBytes; at += widenBytes) {
+        if (widenBlock(bytes + at, units + 2 * at) != 0)
+            return false;
+    }
+    return (widenBlock(bytes + at, units + 2 * at) & ((1u << (size - at)) - 1)) == 0;
+}
+
 } // namespace velmorra

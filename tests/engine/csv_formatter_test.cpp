@@ -2,7 +2,7 @@
 #include "csv_text.h"
 
 #include "engine/csv/csv_formatter.h"
-#include "engine/csv/text_blocks.h"
+#include "engine/csv/field_marks.h"
 #include "engine/typed_header.h"
 
 #include <gtest/gtest.h>
@@ -218,6 +218,24 @@ TEST(TextBlocks, BothFormsAgree) {
         const Narrowed plain = narrowText(at, units, narrow[0], {',', '"'});
         EXPECT_EQ(plain.special, portable::narrowText(at, units, narrow[1], {',', '"'}).special);
         EXPECT_TRUE(!plain.ascii || std::equal(narrow[0], narrow[0] + units, narrow[1]));
+    }
+}
+
+TEST(TextBlocks, FindTheSameMarksInWideBlocks) {
+    std::mt19937 random(5);
+    constexpr qsizetype most = 5;
+    for (int round = 0; round < 2000; ++round) {
+        uchar bytes[most * scanBlock + 1];
+        for (uchar& byte : bytes)
+            byte = static_cast<uchar>(random() % 8 == 0 ? 0 : random());
+        const uchar* const at = bytes + random() % 2;
+        const qsizetype blocks = 1 + qsizetype(random() % most);
+        const auto delimiter = static_cast<uchar>(random());
+        quint64 marks[2][most] = {};
+        findMarks(at, blocks, delimiter, '"', marks[0]);
+        for (qsizetype i = 0; i < blocks; ++i)
+            marks[1][i] = portable::findSpecials(at + i * scanBlock, delimiter, '"');
+        EXPECT_TRUE(std::equal(marks[0], marks[0] + most, marks[1]));
     }
 }
 
