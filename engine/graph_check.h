@@ -2,9 +2,9 @@
 ///
 /// Boxes are asked in the order in which rows flow. Each gets one row of nulls on every connected
 /// input pin, under the columns that the box in front of it has just told, and runs in columns-only
-/// mode; pins whose whole table decides on the columns get that table. So files are opened and
-/// their headers read, and no output is touched. What hangs on a box whose columns aren't known is
-/// asked about its settings alone, and nothing is said of its columns.
+/// mode; pins whose whole table decides on the columns get that table. So files are opened, their
+/// headers and first rows read, and no output is touched. What hangs on a box whose columns aren't
+/// known is asked about its settings alone, and nothing is said of its columns.
 #pragma once
 
 #include "engine/graph.h"

@@ -18,8 +18,8 @@
 namespace {
 
 const char* const help =
-    R"(Files are opened and their headers read, but nothing is run in full and nothing
-written. Each problem is a line: its level (1 error, 2 warning), the box, what the box
+    R"(Files are opened, their headers and first rows read, but nothing is run in full and
+nothing written. Each problem is a line: its level (1 error, 2 warning), the box, what the box
 says of itself, and in parentheses the setting and the pin; behind it, where that can
 be told, what would mend it. What hangs on a file that can't be read isn't checked.
 Exit status: 0 without errors, 3 with errors; --strict makes unknown attributes errors.

@@ -72,7 +72,7 @@ void WriteCsv::rewindRun() {
 bool WriteCsv::beforeRun() {
     rows_ = 0;
     linesWritten_ = 0;
-    markWritten_ = false;
+    markWritten_ = opened_ = false;
     names_.clear();
     CsvLayout layout;
     const QString problem = resolveLayout(&layout);
@@ -91,12 +91,12 @@ bool WriteCsv::beforeRun() {
         const std::lock_guard<std::mutex> guard(outputLock_);
         output_ = std::make_unique<OutputFile>();
     }
-    const bool opened = output_->open(expandFile(file), [this] { return !mayWrite(); });
-    if (opened && sideThreads != nullptr)
-        behind_ = std::make_unique<WritesBehind>(*sideThreads, *output_);
-    if (!opened)
+    opened_ = output_->open(expandFile(file), [this] { return !mayWrite(); });
+    if (!opened_)
         reportFailedWrite();
-    return !opened;
+    else if (sideThreads != nullptr)
+        behind_ = std::make_unique<WritesBehind>(*sideThreads, *output_);
+    return !opened_;
 }
 
 /// The settings of the file's form; the problem, or a null string.
@@ -158,10 +158,10 @@ bool WriteCsv::takeRow(const OneRow& row) {
     return rows == rowLimit_;
 }
 
-/// Whether a write may wait for room. Behind the run, what was handed over is still written when
-/// the run has failed, as if it had been written at once.
+/// Whether a write may wait for room. What was handed over to be written behind is still written
+/// when the run has failed, as if it had been written at once.
 bool WriteCsv::mayWrite() const {
-    return isRunning() || (behind_ != nullptr && globalParameters->runStatus == RunStatus::Failed);
+    return isRunning() || (opened_ && globalParameters->runStatus == RunStatus::Failed);
 }
 
 /// False when the output takes no more, be it that its reader has enough.
@@ -226,7 +226,11 @@ QString WriteCsv::unencodable(qsizetype offset) const {
 bool WriteCsv::finishOutput() {
     if (output_ == nullptr)
         return true;
-    const bool finished = writeOut() && settle() == 0 && output_->finish();
+    bool finished = settle() == 0;
+    if (finished) {
+        behind_.reset(); // the rest isn't worth a thread
+        finished = writeOut() && output_->finish();
+    }
     formatter_.clear();
     if (!finished)
         reportFailedWrite();

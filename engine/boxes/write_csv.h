@@ -75,6 +75,7 @@ private:
     QByteArray encoded_;
     qint64 linesWritten_ = 0; ///< lines of the table that have left the formatter
     bool markWritten_ = false;
+    bool opened_ = false; ///< the output; set before anybody writes
     std::atomic<qint64> rows_{0};
 
     std::mutex outputLock_; ///< guards the pointer against a discard from another thread
