@@ -5,6 +5,12 @@
 #include <algorithm>
 #include <immintrin.h>
 
+// GCC 12 says so of the undefined values inside its own intrinsics.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#endif
+
 namespace velmorra {
 
 // What the processor must have, function by function: the program itself runs on any of them.
