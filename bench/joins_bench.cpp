@@ -80,7 +80,7 @@ const uchar* find(const KeyIndex& index, KeyKind kind, const uchar* key) {
 
 void lookupInIndex(benchmark::State& state, KeyKind kind) {
     const qint64 rows = state.range(0);
-    KeyIndex index(0x300000, 16, DuplicatePolicy::ChainDuplicates);
+    KeyIndex index(4 << 20, 16, DuplicatePolicy::ChainDuplicates);
     fill(index, kind, rows);
     RowBuffer buffer;
     const std::vector<const uchar*> keys = probeCells(buffer, kind, rows);
@@ -156,7 +156,7 @@ void perRow(benchmark::State& state, qint64 bytes) {
 void buildIndex(benchmark::State& state, KeyKind kind) {
     qint64 bytes = 0;
     for (auto round : state) {
-        KeyIndex index(0x300000, 16, DuplicatePolicy::ChainDuplicates);
+        KeyIndex index(4 << 20, 16, DuplicatePolicy::ChainDuplicates);
         fill(index, kind, state.range(0));
         bytes = index.bytes();
     }
