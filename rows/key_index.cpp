@@ -91,11 +91,29 @@ void KeyIndex::turnRound(uchar* behindKey) const {
     setLink(behindKey, last);
 }
 
+/// Keeps the duplicate that the tree meets first.
+void KeyIndex::noteDuplicate(quint64 number) {
+    if (duplicates_++ == 0 || firstByteHighest(number) < firstByteHighest(firstNumber_))
+        firstNumber_ = number;
+}
+
+template <class Number>
+uchar* KeyIndex::addToSet(Number number) {
+    const auto outcome = set<Number>(*this).add(number);
+    if (outcome == NumberSet<Number>::Outcome::NoMemory)
+        return noMemory();
+    if (outcome == NumberSet<Number>::Outcome::Present)
+        noteDuplicate(number);
+    ++entryCount_;
+    return const_cast<uchar*>(&cell::nullText);
+}
+
 template <class Number>
 uchar* KeyIndex::addNumber(Number number, qint64 moreBytes) {
+    if (payloadSize_ == 0)
+        return addToSet(number);
     if (const KeyTable::Slot* const slot = findSlot(number)) {
-        if (duplicates_++ == 0 || firstByteHighest(number) < firstByteHighest(firstNumber_))
-            firstNumber_ = number;
+        noteDuplicate(number);
         return addAgain(behind(slot->place() + sizeof number), moreBytes);
     }
     uchar* const key = newPayload(&number, sizeof number, moreBytes);

@@ -12,7 +12,8 @@
 /// empty one.
 ///
 /// In memory a key stands once, in front of the payload of its first row, so that comparing the key
-/// brings what it leads to. Payloads of further rows of the key stand alone.
+/// brings what it leads to. Payloads of further rows of the key stand alone. Numbers without a
+/// payload are only a set.
 ///
 /// Chains. With ChainDuplicates the first 8 bytes of a payload are a link, to be read through
 /// nextInChain. The order in a chain hangs on the other keys: think of the tree that tells the
@@ -27,6 +28,9 @@
 #include "host/cell.h"
 #include "rows/block_chain.h"
 #include "rows/key_table.h"
+#include "rows/number_set.h"
+
+#include <type_traits>
 
 enum class DuplicatePolicy : quint8 {
     RejectDuplicates = 0, ///< the build fails and logs one of the duplicates
@@ -36,7 +40,8 @@ enum class DuplicatePolicy : quint8 {
 
 class KeyIndex {
 public:
-    /// Each payload has `payloadSize` bytes, and more where an add asks for more.
+    /// Each payload has `payloadSize` bytes, and more where an add asks for more; with a size of 0
+    /// none may.
     KeyIndex(qint64 blockSize, qint64 payloadSize, DuplicatePolicy policy);
 
     QString columnName; ///< for the message
@@ -75,7 +80,9 @@ public:
 
     qint64 entryCount() const { return entryCount_; }
     /// Bytes held, used or not.
-    qint64 bytes() const { return entries_.bytes() + table_.bytes(); }
+    qint64 bytes() const {
+        return entries_.bytes() + table_.bytes() + keys_.bytes() + floats_.bytes();
+    }
 
 private:
     // A link is the address of the next payload, or 0. Until the build, and behind it with an even
@@ -107,6 +114,14 @@ private:
     void chain(uchar* behindKey, uchar* added) const;
     void turnRound(uchar* behindKey) const;
 
+    /// The numbers without a payload.
+    template <class Number, class Self>
+    static auto& set(Self& self) {
+        if constexpr (std::is_same_v<Number, quint32>)
+            return self.keys_;
+        else
+            return self.floats_;
+    }
     template <class Number>
     static Number numberAt(const uchar* key) {
         Number number;
@@ -120,6 +135,8 @@ private:
     }
     template <class Number>
     const uchar* findNumber(Number number) const {
+        if (payloadSize_ == 0)
+            return set<Number>(*this).contains(number) ? &cell::nullText : nullptr;
         const KeyTable::Slot* const slot = findSlot(number);
         return slot == nullptr ? nullptr : first(behind(slot->place() + sizeof number));
     }
@@ -131,6 +148,9 @@ private:
     FoundText findText(const cell::TextView& text, quint64 hash) const;
     template <class Number>
     uchar* addNumber(Number number, qint64 moreBytes);
+    template <class Number>
+    uchar* addToSet(Number number);
+    void noteDuplicate(quint64 number);
     uchar* addNull(qint64 moreBytes);
     uchar* addAgain(uchar* behindKey, qint64 moreBytes);
     uchar* newPayload(const void* key, qint64 keyBytes, qint64 moreBytes);
@@ -143,6 +163,8 @@ private:
     DuplicatePolicy policy_;
     BlockChain entries_;
     KeyTable table_;
+    NumberSet<quint32> keys_;
+    NumberSet<quint64> floats_;
     qint64 entryCount_ = 0;
     uchar* nullPayload_ = nullptr; ///< text: of the first row with a null key
     uchar* lastNull_ = nullptr;
