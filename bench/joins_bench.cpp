@@ -1,10 +1,13 @@
 /// The in-memory joins, rows already in memory.
 ///
 /// `lookup`: finding a random key in an index or a store of n rows and touching what was found, the
-/// probe keys one behind the other in memory. `floor` is the same through a bare array of n
-/// pointers to the same rows: two dependent loads. `build`: adding n rows; `bytes` is the memory a
-/// row took. `run`: whole Actions over a main table of a million rows, from an in-memory source
-/// into a null sink; `run/none` is the same without a join.
+/// probe keys one behind the other in memory, so that the processor works on several at a time.
+/// `latency`: the same where each probe waits for the one before. `floor` is the way through a bare
+/// array of n pointers to rows of 16 bytes: two dependent loads. `build`: adding n rows of a key
+/// and a Key column (FilterOnKey: the key alone) that are in memory; per row, `held` is the memory
+/// that it takes, `peak` what the process needed at most meanwhile, `data` the bytes of its cells.
+/// `run`: whole Actions over a main table of a million rows, from an in-memory source into a null
+/// sink; `run/none` is the same without a join.
 #include "engine/packed_table.h"
 #include "engine/run.h"
 #include "rows/interval_index.h"
@@ -13,6 +16,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <fstream>
 #include <map>
 #include <random>
 
@@ -34,102 +38,167 @@ double floatOf(quint64 number) {
     return static_cast<double>(keyOf(number)) / 4;
 }
 
-/// A text of 12 characters.
-QString textOf(quint64 number) {
-    return QStringLiteral("K%1").arg(keyOf(number), 11, 10, QLatin1Char('0'));
-}
-
 enum KeyKind { AsKey, AsFloat, AsText };
 
-const uchar* keyCell(RowBuffer& buffer, KeyKind kind, quint64 number) {
-    if (kind == AsText)
-        return bytesFromQString(buffer, textOf(number));
-    uchar* const bytes = buffer.alloc(kind == AsKey ? 4 : 8);
+constexpr int textUnits = 12;
+
+qint64 keyBytes(KeyKind kind) {
+    return kind == AsKey ? 4 : kind == AsFloat ? 8 : cell::textCellBytes(textUnits);
+}
+
+void writeKey(uchar* bytes, KeyKind kind, quint64 number) {
     if (kind == AsKey)
-        cell::storeKey(bytes, keyOf(number));
-    else
-        cell::storeFloat(bytes, floatOf(number));
+        return cell::storeKey(bytes, keyOf(number));
+    if (kind == AsFloat)
+        return cell::storeFloat(bytes, floatOf(number));
+    char16_t text[textUnits] = {u'K'};
+    quint32 rest = keyOf(number);
+    for (int i = textUnits; --i > 0; rest /= 10)
+        text[i] = static_cast<char16_t>(u'0' + rest % 10);
+    cell::writeText(bytes, text, textUnits);
+}
+
+const uchar* keyCell(RowBuffer& buffer, KeyKind kind, quint64 number) {
+    uchar* const bytes = buffer.alloc(keyBytes(kind));
+    writeKey(bytes, kind, number);
     return bytes;
 }
 
-std::vector<const uchar*> probeCells(RowBuffer& buffer, KeyKind kind, qint64 rows) {
-    std::mt19937_64 random(7);
-    std::vector<const uchar*> cells(probes);
-    for (const uchar*& each : cells)
-        each = keyCell(buffer, kind, random() % quint64(rows));
-    return cells;
-}
-
-void fill(KeyIndex& index, KeyKind kind, qint64 rows) {
-    RowBuffer buffer;
-    for (qint64 i = 0; i < rows; ++i) {
-        buffer.reset();
-        const uchar* const key = keyCell(buffer, kind, quint64(i));
-        kind == AsKey     ? index.addKey(cell::loadKey(key))
-        : kind == AsFloat ? index.addFloat(cell::loadFloat(key))
-                          : index.addString(key);
+/// Key cells one behind the other.
+class Keys {
+public:
+    template <class NumberOf>
+    Keys(KeyKind kind, qint64 count, NumberOf numberOf)
+        : size_(static_cast<size_t>(keyBytes(kind))),
+          bytes_(static_cast<size_t>(count) * size_) {
+        for (size_t i = 0; i < static_cast<size_t>(count); ++i)
+            writeKey(&bytes_[i * size_], kind, quint64(numberOf(i)));
     }
-    kind == AsKey ? index.buildKey() : kind == AsFloat ? index.buildFloat() : index.buildString();
+    const uchar* at(size_t place) const { return &bytes_[place * size_]; }
+
+private:
+    size_t size_;
+    std::vector<uchar> bytes_;
+};
+
+Keys allKeys(KeyKind kind, qint64 rows) {
+    return {kind, rows, [](size_t i) { return i; }};
 }
 
-const uchar* find(const KeyIndex& index, KeyKind kind, const uchar* key) {
+Keys probeKeys(KeyKind kind, qint64 rows) {
+    std::mt19937_64 random(7);
+    return {kind, probes, [&](size_t) { return random() % quint64(rows); }};
+}
+
+constexpr qint64 blockSize = 10 << 20;
+
+const uchar* findIn(const KeyIndex& index, KeyKind kind, const uchar* key) {
     return kind == AsKey     ? index.findKey(cell::loadKey(key))
            : kind == AsFloat ? index.findFloat(cell::loadFloat(key))
                              : index.findString(key);
 }
 
-void lookupInIndex(benchmark::State& state, KeyKind kind) {
-    const qint64 rows = state.range(0);
-    KeyIndex index(0x300000, 16, DuplicatePolicy::ChainDuplicates);
-    fill(index, kind, rows);
-    RowBuffer buffer;
-    const std::vector<const uchar*> keys = probeCells(buffer, kind, rows);
-    for (auto round : state) {
-        quint64 sum = 0;
-        for (const uchar* const key : keys)
-            sum += *find(index, kind, key);
-        benchmark::DoNotOptimize(sum);
-    }
-    state.SetItemsProcessed(state.iterations() * qint64(probes));
+uchar* addTo(KeyIndex& index, KeyKind kind, const uchar* key, qint64 moreBytes) {
+    return kind == AsKey     ? index.addKey(cell::loadKey(key), moreBytes)
+           : kind == AsFloat ? index.addFloat(cell::loadFloat(key), moreBytes)
+                             : index.addString(key, moreBytes);
 }
 
-struct StoreOfRows {
-    StoreOfRows(KeyKind kind, qint64 rows) : store(1, 10 << 20, true) {
+/// As InMemoryJoin fills it; each row is its number.
+struct FilledIndex {
+    FilledIndex(KeyKind kind, const Keys& keys, qint64 rows)
+        : kind_(kind),
+          index_(blockSize, 8, DuplicatePolicy::ChainDuplicates) {
+        for (quint32 i = 0; i < rows; ++i)
+            cell::storeKey(addTo(index_, kind, keys.at(i), 4) + 8, i);
+        kind == AsKey     ? index_.buildKey()
+        : kind == AsFloat ? index_.buildFloat()
+                          : index_.buildString();
+    }
+    const uchar* find(const uchar* key) const { return findIn(index_, kind_, key); }
+    qint64 bytes() const { return index_.bytes(); }
+
+private:
+    KeyKind kind_;
+    KeyIndex index_;
+};
+
+/// As FilterOnKey fills it.
+struct FilledFilter {
+    FilledFilter(KeyKind kind, const Keys& keys, qint64 rows)
+        : kind_(kind),
+          index_(4 << 20, 0, DuplicatePolicy::RejectDuplicates) {
+        for (size_t i = 0; i < size_t(rows); ++i)
+            addTo(index_, kind, keys.at(i), 0);
+    }
+    const uchar* find(const uchar* key) const { return findIn(index_, kind_, key); }
+    qint64 bytes() const { return index_.bytes(); }
+
+private:
+    KeyKind kind_;
+    KeyIndex index_;
+};
+
+struct FilledStore {
+    FilledStore(KeyKind kind, const Keys& keys, qint64 rows)
+        : kind_(kind),
+          store_(1, blockSize, true) {
         constexpr qint32 types[] = {MetaTypeKey, MetaTypeFloat, MetaTypeText};
         OneRow row;
         row.setNumberOfColumns(2);
         row.setMetaType(0, MetaInfo(types[kind], -1));
         row.setMetaType(1, MetaInfo(MetaTypeKey, -1));
-        store.setColumns(row, {0, 1}, {0});
-        RowBuffer buffer;
-        for (qint64 i = 0; i < rows; ++i) {
-            buffer.reset();
-            row.cells[0] = keyCell(buffer, kind, quint64(i));
-            row.cells[1] = keyCell(buffer, AsKey, quint64(i));
-            store.addRow(row);
+        store_.setColumns(row, {0, 1}, {0});
+        uchar number[4];
+        row.cells[1] = number;
+        for (quint32 i = 0; i < rows; ++i) {
+            row.cells[0] = keys.at(i);
+            cell::storeKey(number, i);
+            store_.addRow(row);
         }
     }
-    SlaveTableStore store;
+    const uchar* find(const uchar* key) const {
+        return kind_ == AsKey     ? store_.findKey(0, cell::loadKey(key))
+               : kind_ == AsFloat ? store_.findFloat(0, cell::loadFloat(key))
+                                  : store_.findText(0, cell::text(key));
+    }
+    qint64 bytes() const { return store_.bytes(); }
+
+private:
+    KeyKind kind_;
+    SlaveTableStore store_;
 };
 
-void lookupInStore(benchmark::State& state, KeyKind kind) {
-    const qint64 rows = state.range(0);
-    const StoreOfRows filled(kind, rows);
-    RowBuffer buffer;
-    const std::vector<const uchar*> keys = probeCells(buffer, kind, rows);
+template <class Filled>
+void lookUp(benchmark::State& state, KeyKind kind) {
+    const Filled filled(kind, allKeys(kind, state.range(0)), state.range(0));
+    const Keys keys = probeKeys(kind, state.range(0));
     for (auto round : state) {
         quint64 sum = 0;
-        for (const uchar* const key : keys)
-            sum += *(kind == AsKey     ? filled.store.findKey(0, cell::loadKey(key))
-                     : kind == AsFloat ? filled.store.findFloat(0, cell::loadFloat(key))
-                                       : filled.store.findText(0, cell::text(key)));
+        for (size_t i = 0; i < probes; ++i)
+            sum += *filled.find(keys.at(i));
         benchmark::DoNotOptimize(sum);
     }
     state.SetItemsProcessed(state.iterations() * qint64(probes));
 }
 
+template <class Filled>
+void lookUpInTurn(benchmark::State& state, KeyKind kind) {
+    const Filled filled(kind, allKeys(kind, state.range(0)), state.range(0));
+    const Keys keys = probeKeys(kind, state.range(0));
+    for (auto round : state) {
+        size_t found = 0;
+        for (size_t i = 0; i < probes; ++i) {
+            // The compiler doesn't know that the byte shifted away is all there is.
+            found = *filled.find(keys.at(i + (found >> 8)));
+            benchmark::DoNotOptimize(found);
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * qint64(probes));
+}
+
 /// The way to a row through an array of pointers, as random as a lookup.
-void lookupFloor(benchmark::State& state) {
+void lookupFloor(benchmark::State& state, bool inTurn) {
     const auto rows = static_cast<size_t>(state.range(0));
     std::vector<uchar> bytes(rows * 16, 1);
     std::vector<const uchar*> pointers(rows);
@@ -140,48 +209,100 @@ void lookupFloor(benchmark::State& state) {
     for (quint32& place : places)
         place = static_cast<quint32>(random() % rows);
     for (auto round : state) {
-        quint64 sum = 0;
-        for (const quint32 place : places)
-            sum += *pointers[place];
-        benchmark::DoNotOptimize(sum);
+        size_t found = 0;
+        for (const quint32 place : places) {
+            found = inTurn ? *pointers[place + (found >> 8)] : found + *pointers[place];
+            if (inTurn)
+                benchmark::DoNotOptimize(found);
+        }
+        benchmark::DoNotOptimize(found);
     }
     state.SetItemsProcessed(state.iterations() * qint64(probes));
 }
 
-void perRow(benchmark::State& state, qint64 bytes) {
-    state.counters["bytes"] = double(bytes) / double(state.range(0));
-    state.SetItemsProcessed(state.iterations() * state.range(0));
-}
-
-void buildIndex(benchmark::State& state, KeyKind kind) {
-    qint64 bytes = 0;
-    for (auto round : state) {
-        KeyIndex index(0x300000, 16, DuplicatePolicy::ChainDuplicates);
-        fill(index, kind, state.range(0));
-        bytes = index.bytes();
+/// Memory of this process in bytes, now ("VmRSS") or at most ("VmHWM").
+qint64 processMemory(const std::string& what) {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        if (word == what + ":") {
+            qint64 kibibytes = 0;
+            status >> kibibytes;
+            return kibibytes * 1024;
+        }
     }
-    perRow(state, bytes);
+    return 0;
 }
 
-void buildStore(benchmark::State& state, KeyKind kind) {
-    qint64 bytes = 0;
+/// What building needs, by row.
+class MemoryWatch {
+public:
+    MemoryWatch() {
+        std::ofstream("/proc/self/clear_refs") << 5; // the most so far is forgotten
+        before_ = processMemory("VmRSS");
+    }
+    void report(benchmark::State& state, qint64 held, qint64 data) const {
+        const auto rows = double(state.range(0));
+        state.counters["held"] = double(held) / rows;
+        state.counters["peak"] = double(processMemory("VmHWM") - before_) / rows;
+        state.counters["data"] = double(data);
+        state.SetItemsProcessed(state.iterations() * state.range(0));
+    }
+
+private:
+    qint64 before_;
+};
+
+template <class Filled>
+void build(benchmark::State& state, KeyKind kind, qint64 dataBeside) {
+    const Keys keys = allKeys(kind, state.range(0));
+    const MemoryWatch memory;
+    qint64 held = 0;
     for (auto round : state)
-        bytes = StoreOfRows(kind, state.range(0)).store.bytes();
-    perRow(state, bytes);
+        held = Filled(kind, keys, state.range(0)).bytes();
+    memory.report(state, held, keyBytes(kind) + dataBeside);
 }
 
-void buildIntervals(benchmark::State& state, bool isNested) {
+/// Three rows a key, in no order: chains are turned round.
+void buildChains(benchmark::State& state, KeyKind kind) {
     const qint64 rows = state.range(0);
-    size_t listed = 0;
+    const Keys keys(kind, rows, [&](size_t i) { return i % size_t(rows / 3 + 1); });
+    const MemoryWatch memory;
+    qint64 held = 0;
+    for (auto round : state)
+        held = FilledIndex(kind, keys, rows).bytes();
+    memory.report(state, held, keyBytes(kind) + 4);
+}
+
+void buildIntervals(benchmark::State& state, bool isNested, IntervalIndex::Preference preference) {
+    const qint64 rows = state.range(0);
+    const MemoryWatch memory;
+    qint64 held = 0;
     for (auto round : state) {
         IntervalIndex index;
         for (qint64 i = 0; i < rows; ++i)
             index.add(double(i), isNested ? 3.0 * double(rows) - double(i) : double(i) + 1);
-        index.build(IntervalIndex::All);
-        listed = index.listed();
+        index.build(preference);
+        held = qint64(index.bytes());
     }
-    state.counters["listed"] = double(listed) / double(rows);
-    state.SetItemsProcessed(state.iterations() * rows);
+    memory.report(state, held, 16);
+}
+
+/// A point that half of the nested intervals cover.
+void lookUpNested(benchmark::State& state) {
+    const qint64 rows = state.range(0);
+    IntervalIndex index;
+    for (qint64 i = 0; i < rows; ++i)
+        index.add(double(i), 3.0 * double(rows) - double(i));
+    index.build(IntervalIndex::All);
+    std::mt19937_64 random(7);
+    IntervalIndex::Scratch scratch;
+    qint64 found = 0;
+    for (auto round : state) {
+        const double point = double(random() % quint64(rows)) + 0.5;
+        for (const qint32 number : index.covering(point, scratch))
+            found += number >= 0 ? 1 : 0;
+    }
+    state.SetItemsProcessed(found);
 }
 
 /// Hands on the rows of a table.
@@ -314,30 +435,60 @@ void run(benchmark::State& state, const char* element, SlaveKind kind, int slave
     state.SetItemsProcessed(state.iterations() * mainRows);
 }
 
-#define SCALES ->Arg(100'000)->Arg(1'000'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond)
+template <class Measure>
+void add(const std::string& name, Measure measure, std::vector<qint64> scales) {
+    auto* const added = benchmark::RegisterBenchmark(name.c_str(), measure);
+    for (const qint64 scale : scales)
+        added->Arg(scale);
+    added->Unit(benchmark::kMillisecond);
+}
 
-BENCHMARK(lookupFloor)->Name("lookup/floor") SCALES;
-BENCHMARK_CAPTURE(lookupInIndex, key, AsKey)->Name("lookup/index/key") SCALES;
-BENCHMARK_CAPTURE(lookupInIndex, float, AsFloat)->Name("lookup/index/float") SCALES;
-BENCHMARK_CAPTURE(lookupInIndex, text, AsText)->Name("lookup/index/text") SCALES;
-BENCHMARK_CAPTURE(lookupInStore, key, AsKey)->Name("lookup/store/key") SCALES;
-BENCHMARK_CAPTURE(lookupInStore, text, AsText)->Name("lookup/store/text") SCALES;
+const std::vector<qint64> scales = {100'000, 1'000'000, 10'000'000};
 
-BENCHMARK_CAPTURE(buildIndex, key, AsKey)->Name("build/index/key") SCALES;
-BENCHMARK_CAPTURE(buildIndex, float, AsFloat)->Name("build/index/float") SCALES;
-BENCHMARK_CAPTURE(buildIndex, text, AsText)->Name("build/index/text") SCALES;
-BENCHMARK_CAPTURE(buildStore, key, AsKey)->Name("build/store/key") SCALES;
-BENCHMARK_CAPTURE(buildStore, float, AsFloat)->Name("build/store/float") SCALES;
-BENCHMARK_CAPTURE(buildStore, text, AsText)->Name("build/store/text") SCALES;
-BENCHMARK_CAPTURE(buildIntervals, disjoint, false)
-    ->Name("build/intervals/disjoint")
-    ->Arg(1'000'000);
-BENCHMARK_CAPTURE(buildIntervals, nested, true)
-    ->Name("build/intervals/nested")
-    ->Arg(10'000)
-    ->Arg(1'000'000);
+template <class Filled>
+void addFilled(const std::string& name, qint64 dataBeside) {
+    constexpr std::pair<KeyKind, const char*> kinds[] = {
+        {AsKey, "/key"}, {AsFloat, "/float"}, {AsText, "/text"}};
+    using State = benchmark::State;
+    for (const auto& [kind, kindName] : kinds) {
+        add(
+            "lookup/" + name + kindName, [=](State& state) { lookUp<Filled>(state, kind); },
+            scales);
+        add(
+            "latency/" + name + kindName, [=](State& state) { lookUpInTurn<Filled>(state, kind); },
+            scales);
+        add(
+            "build/" + name + kindName,
+            [=](State& state) { build<Filled>(state, kind, dataBeside); }, scales);
+    }
+}
 
-#undef SCALES
+const bool storesAdded = [] {
+    using State = benchmark::State;
+    add(
+        "lookup/floor", [](State& state) { lookupFloor(state, false); }, scales);
+    add(
+        "latency/floor", [](State& state) { lookupFloor(state, true); }, scales);
+    addFilled<FilledFilter>("filter_on_key", 0);
+    addFilled<FilledIndex>("in_memory_join", 4);
+    addFilled<FilledStore>("multi_join", 4);
+    for (const KeyKind kind : {AsKey, AsText})
+        add(
+            std::string("build/in_memory_join/thrice/") + (kind == AsKey ? "key" : "text"),
+            [=](State& state) { buildChains(state, kind); }, scales);
+    const auto addIntervals = [](const char* name, bool isNested,
+                                 IntervalIndex::Preference preference, std::vector<qint64> sizes) {
+        add(
+            name, [=](State& state) { buildIntervals(state, isNested, preference); },
+            std::move(sizes));
+    };
+    addIntervals("build/intervals/disjoint", false, IntervalIndex::All, scales);
+    addIntervals("build/intervals/disjoint_best", false, IntervalIndex::HighestLow, scales);
+    addIntervals("build/intervals/nested", true, IntervalIndex::All,
+                 {10'000, 100'000, 1'000'000, 10'000'000});
+    add("lookup/intervals/nested", lookUpNested, {1'000, 10'000, 100'000});
+    return true;
+}();
 
 void addRun(const char* name, const char* element, SlaveKind kind, int slaves) {
     benchmark::RegisterBenchmark(name, run, element, kind, slaves)

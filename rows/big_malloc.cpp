@@ -15,9 +15,9 @@ namespace {
 
 constexpr int mostRounds = 50;
 constexpr unsigned long pauseMilliseconds = 100;
-/// From this size on the system may use huge pages, which spares most of the misses in the table of
-/// pages that random lookups cost.
-constexpr qint64 hugeSize = 4 << 20;
+/// A block that holds huge pages is asked for in them and begins with one, which spares most of the
+/// misses in the table of pages that random lookups cost.
+constexpr qint64 hugePage = 2 << 20;
 
 std::atomic<int> livingCount{0};
 std::atomic<int> successesLeft{-1};
@@ -36,20 +36,33 @@ qint64 pageBytes() {
     return bytes;
 }
 
+void unmap(uchar* pages, qint64 size) {
+    if (size > 0)
+        munmap(pages, static_cast<size_t>(size));
+}
+
 uchar* mapped(qint64 size) {
-    void* const pages = mmap(nullptr, static_cast<size_t>(size), PROT_READ | PROT_WRITE,
+    const qint64 spare = size >= hugePage ? hugePage - pageBytes() : 0;
+    void* const pages = mmap(nullptr, static_cast<size_t>(size + spare), PROT_READ | PROT_WRITE,
                              MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (pages == MAP_FAILED)
         return nullptr;
-    if (size >= hugeSize)
-        madvise(pages, static_cast<size_t>(size), MADV_HUGEPAGE);
-    return static_cast<uchar*>(pages);
+    auto* const begin = static_cast<uchar*>(pages);
+    if (spare == 0)
+        return begin;
+    const qint64 gap = -qint64(reinterpret_cast<quintptr>(begin)) & (hugePage - 1);
+    // Whole pages only: what is mapped ends with a page, wherever the block ends.
+    const qint64 end = (gap + size + pageBytes() - 1) & -pageBytes();
+    unmap(begin, gap);
+    unmap(begin + end, size + spare - end);
+    madvise(begin + gap, static_cast<size_t>(size), MADV_HUGEPAGE);
+    return begin + gap;
 }
 
 } // namespace
 
 uchar* bigMalloc(qint64 size) {
-    if (size <= 0 || size > std::numeric_limits<qint64>::max() - pageBytes())
+    if (size <= 0 || size > std::numeric_limits<qint64>::max() - 2 * hugePage)
         return nullptr;
     const bool fails = mustFail();
     const qint64 whole = size + pageBytes();

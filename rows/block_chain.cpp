@@ -2,8 +2,15 @@
 
 #include <algorithm>
 
+namespace {
+
+constexpr qint64 firstBlock = 64 << 10;
+
+} // namespace
+
 bool BlockChain::enterNewBlock(qint64 n) {
-    const qint64 size = std::max(n, blockSize_);
+    const qint64 size =
+        std::max(n, std::clamp(bytes_, std::min(firstBlock, blockSize_), blockSize_));
     uchar* const block = bigMalloc(size);
     if (block == nullptr)
         return false;

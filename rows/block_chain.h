@@ -9,7 +9,8 @@
 
 class BlockChain {
 public:
-    /// Each block has `blockSize` bytes, or as many as one allocation needs.
+    /// Blocks grow up to `blockSize` bytes as the chain does; one has more where an allocation
+    /// needs more.
     explicit BlockChain(qint64 blockSize) : blockSize_(blockSize) {}
     BlockChain(const BlockChain&) = delete;
     BlockChain& operator=(const BlockChain&) = delete;

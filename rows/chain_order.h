@@ -8,23 +8,8 @@
 #pragma once
 
 #include "rows/big_malloc.h"
-#include "rows/key_table.h"
 
 #include <algorithm>
-#include <cstring>
-
-/// The chain from `first` on with its links turned round: its new first payload.
-inline uchar* reversedChain(uchar* first) {
-    uchar* behind = nullptr;
-    while (first != nullptr) {
-        uchar* next;
-        std::memcpy(&next, first, sizeof next);
-        std::memcpy(first, &behind, sizeof behind);
-        behind = first;
-        first = next;
-    }
-    return behind;
-}
 
 template <class Key>
 class KeyOrder {
@@ -42,7 +27,7 @@ public:
     /// False when memory failed; nothing else may be called then.
     bool hasRoom() const { return keys_ != nullptr && stack_ != nullptr; }
 
-    void add(const Key& key, KeyTable::Slot* slot) { keys_[count_++] = {key, slot, 0}; }
+    void add(const Key& key, uchar* place) { keys_[count_++] = {key, place, 0}; }
 
     template <class IsLess>
     void sort(IsLess isLess) {
@@ -50,7 +35,7 @@ public:
                   [&](const Entry& a, const Entry& b) { return isLess(a.key, b.key); });
     }
 
-    /// Calls `visit` with each slot on the way to whose key the number of branches is odd.
+    /// Calls `visit` with each place on the way to whose key the number of branches is odd.
     /// Requires: sorted.
     template <class SharedBytes, class Visit>
     void forEachWithOddBranches(SharedBytes sharedBytes, Visit visit) {
@@ -63,14 +48,14 @@ public:
         for (qint64 i = 0; i < count_; ++i) {
             isOdd ^= (keys_[i].bounds & 1) != 0;
             if (isOdd)
-                visit(*keys_[i].slot);
+                visit(keys_[i].place);
         }
     }
 
 private:
     struct Entry {
         Key key;
-        KeyTable::Slot* slot;
+        uchar* place;
         qint64 bounds; ///< of branches: how many begin here, and how many ended one place before
     };
     struct Range {

@@ -15,6 +15,22 @@ size_t at(qint32 place) {
 /// Segments are counted in 32 bits, and each interval may make two.
 constexpr size_t mostIntervals = size_t(1) << 30;
 
+/// How many of `count` rising numbers don't exceed a point: halving without a branch to guess.
+size_t countUpTo(const double* numbers, size_t count, double point) {
+    const double* from = numbers;
+    while (count > 1) {
+        const size_t half = count / 2;
+        from = from[half - 1] <= point ? from + half : from;
+        count -= half;
+    }
+    return static_cast<size_t>(from - numbers) + (count == 1 && *from <= point ? 1 : 0);
+}
+
+template <class Item>
+size_t heldBytes(const std::vector<Item>& items) {
+    return items.capacity() * sizeof(Item);
+}
+
 } // namespace
 
 void IntervalIndex::add(double low, double high) {
@@ -32,6 +48,18 @@ void IntervalIndex::build(Preference preference) {
     else
         findBest(preference);
     bounds_ = {};
+    firsts_ = {};
+    if (preference == All)
+        return;
+    ends_ = {};
+    byFirst_ = {};
+    begins_ = {};
+}
+
+size_t IntervalIndex::bytes() const {
+    return heldBytes(endpoints_) + heldBytes(landmarks_) + heldBytes(ends_) + heldBytes(byFirst_) +
+           heldBytes(begins_) + heldBytes(answers_) + heldBytes(checkpoints_) + heldBytes(lists_) +
+           heldBytes(ranks_) + heldBytes(best_);
 }
 
 void IntervalIndex::findSegments() {
@@ -39,6 +67,8 @@ void IntervalIndex::findSegments() {
     std::sort(endpoints_.begin(), endpoints_.end());
     endpoints_.erase(std::unique(endpoints_.begin(), endpoints_.end()), endpoints_.end());
     endpoints_.shrink_to_fit();
+    for (size_t i = 0; i < endpoints_.size(); i += landmarkStep)
+        landmarks_.push_back(endpoints_[i]);
     const auto placeOf = [&](double bound) {
         const auto found = std::lower_bound(endpoints_.begin(), endpoints_.end(), bound);
         return static_cast<qint32>(found - endpoints_.begin());
@@ -63,15 +93,32 @@ void IntervalIndex::sortByFirst() {
 }
 
 void IntervalIndex::makeCheckpoints() {
-    std::vector<qint32> endings(segments() + 1);
-    for (const qint32 end : ends_)
-        ++endings[at(end)];
-    checkpointOf_.resize(segments());
+    // A set of numbers, folded: of one number, it is the number.
+    struct Folded {
+        size_t count = 0;
+        qint32 numbers = 0;
+    };
+    std::vector<Folded> endings(segments() + 1);
+    for (size_t i = 0; i < ends_.size(); ++i) {
+        ++endings[at(ends_[i])].count;
+        endings[at(ends_[i])].numbers ^= static_cast<qint32>(i);
+    }
+    answers_.resize(segments());
+    Folded open;
     std::vector<qint32> numbers;
     size_t changes = 0;
     for (size_t segment = 0; segment < segments(); ++segment) {
         const auto place = static_cast<qint32>(segment);
-        changes += begunIn(place, place + 1).size() + static_cast<size_t>(endings[segment]);
+        const Numbers begun = begunIn(place, place + 1);
+        changes += begun.size() + endings[segment].count;
+        open.count += begun.size() - endings[segment].count;
+        open.numbers ^= endings[segment].numbers;
+        for (const qint32 number : begun)
+            open.numbers ^= number;
+        if (open.count < 2) {
+            answers_[segment] = open.count == 0 ? noInterval : open.numbers;
+            continue;
+        }
         const Checkpoint last = checkpoints_.empty() ? Checkpoint{-1, 0, 0} : checkpoints_.back();
         if (checkpoints_.empty() || changes * listShare > last.end - last.begin) {
             numbers.clear();
@@ -80,8 +127,9 @@ void IntervalIndex::makeCheckpoints() {
             lists_.insert(lists_.end(), numbers.begin(), numbers.end());
             changes = 0;
         }
-        checkpointOf_[segment] = static_cast<qint32>(checkpoints_.size()) - 1;
+        answers_[segment] = atCheckpoint(checkpoints_.size() - 1);
     }
+    checkpoints_.shrink_to_fit();
     lists_.shrink_to_fit();
 }
 
@@ -108,8 +156,12 @@ IntervalIndex::Numbers IntervalIndex::begunIn(qint32 first, qint32 end) const {
 
 /// The segment that holds a point: -1 in front of all, and that of the last endpoint behind all.
 qint32 IntervalIndex::segmentOf(double point) const {
-    const auto behind = std::upper_bound(endpoints_.begin(), endpoints_.end(), point);
-    return static_cast<qint32>(behind - endpoints_.begin()) - 1;
+    const size_t mark = countUpTo(landmarks_.data(), landmarks_.size(), point);
+    if (mark == 0)
+        return -1;
+    const size_t from = (mark - 1) * landmarkStep;
+    const size_t count = std::min(landmarkStep, endpoints_.size() - from);
+    return static_cast<qint32>(from + countUpTo(&endpoints_[from], count, point)) - 1;
 }
 
 /// The first segment from `segment` on that doesn't begin below `high`.
@@ -130,7 +182,10 @@ qint32 IntervalIndex::endOf(qint32 segment, double high) const {
 IntervalIndex::Numbers IntervalIndex::coveringSegment(qint32 segment, Scratch& scratch) const {
     if (segment < 0 || at(segment) >= segments())
         return {};
-    const Checkpoint& from = checkpoints_[at(checkpointOf_[at(segment)])];
+    const qint32& answer = answers_[at(segment)];
+    if (answer >= noInterval)
+        return Numbers(&answer, answer == noInterval ? 0 : 1);
+    const Checkpoint& from = checkpointOf(answer);
     if (from.segment == segment)
         return Numbers(lists_).subspan(from.begin, from.end - from.begin);
     if (scratch.of != this || scratch.segment != segment) {

@@ -10,7 +10,8 @@
 /// intervals. A list is kept only at checkpoints, each as soon as an eighth of the last one has
 /// come or gone; between two checkpoints an answer is the list of the first without what has ended,
 /// and what has begun since. So space is linear, an answer costs little more than its length, and
-/// where few intervals overlap every segment is a checkpoint.
+/// where few intervals overlap every segment is a checkpoint. A segment that one interval covers,
+/// or none, holds its answer itself.
 ///
 /// Lookups may be made by many threads once the index is built, each with a scratch of its own.
 #pragma once
@@ -57,9 +58,8 @@ public:
     qint32 bestCovering(double point) const;
     qint32 bestOverlapping(double low, double high) const;
 
-    qsizetype count() const { return static_cast<qsizetype>(firsts_.size()); }
-    /// Entries of the lists.
-    size_t listed() const { return lists_.size(); }
+    /// Bytes held once it is built.
+    size_t bytes() const;
 
 private:
     struct Checkpoint {
@@ -68,6 +68,14 @@ private:
     };
 
     static constexpr size_t listShare = 8;
+    static constexpr size_t landmarkStep = 32;
+    static constexpr qint32 noInterval = -1;
+
+    /// How a segment says that its checkpoint has this place.
+    static qint32 atCheckpoint(size_t place) { return -2 - static_cast<qint32>(place); }
+    const Checkpoint& checkpointOf(qint32 answer) const {
+        return checkpoints_[static_cast<size_t>(-2 - answer)];
+    }
 
     size_t segments() const { return endpoints_.empty() ? 0 : endpoints_.size() - 1; }
     qint32 segmentOf(double point) const;
@@ -83,12 +91,13 @@ private:
 
     std::vector<double> bounds_; ///< low and high of each, until the build
     std::vector<double> endpoints_;
+    std::vector<double> landmarks_; ///< each 32nd endpoint, so that a search begins in few bytes
     std::vector<qint32> firsts_, ends_; ///< of each interval
     std::vector<qint32> byFirst_;       ///< numbers, by first segment
     std::vector<qint32> begins_;        ///< of each segment in byFirst_, and their end
 
     // With All.
-    std::vector<qint32> checkpointOf_; ///< of each segment
+    std::vector<qint32> answers_; ///< of each segment: a number, none, or its checkpoint
     std::vector<Checkpoint> checkpoints_;
     std::vector<qint32> lists_;
 

@@ -5,8 +5,8 @@
 #include "rows/key_index.h"
 
 struct KeyForm {
-    static uchar* add(KeyIndex& index, const uchar* bytes) {
-        return index.addKey(cell::loadKey(bytes));
+    static uchar* add(KeyIndex& index, const uchar* bytes, qint64 moreBytes) {
+        return index.addKey(cell::loadKey(bytes), moreBytes);
     }
     static bool build(KeyIndex& index) { return index.buildKey(); }
     static const uchar* find(const KeyIndex& index, const uchar* bytes) {
@@ -15,8 +15,8 @@ struct KeyForm {
 };
 
 struct FloatForm {
-    static uchar* add(KeyIndex& index, const uchar* bytes) {
-        return index.addFloat(cell::loadFloat(bytes));
+    static uchar* add(KeyIndex& index, const uchar* bytes, qint64 moreBytes) {
+        return index.addFloat(cell::loadFloat(bytes), moreBytes);
     }
     static bool build(KeyIndex& index) { return index.buildFloat(); }
     static const uchar* find(const KeyIndex& index, const uchar* bytes) {
@@ -25,7 +25,9 @@ struct FloatForm {
 };
 
 struct TextForm {
-    static uchar* add(KeyIndex& index, const uchar* bytes) { return index.addString(bytes); }
+    static uchar* add(KeyIndex& index, const uchar* bytes, qint64 moreBytes) {
+        return index.addString(bytes, moreBytes);
+    }
     static bool build(KeyIndex& index) { return index.buildString(); }
     static const uchar* find(const KeyIndex& index, const uchar* bytes) {
         return index.findString(bytes);

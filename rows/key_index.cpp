@@ -32,19 +32,13 @@ bool isMetBefore(const cell::TextView& a, const cell::TextView& b) {
     return shared == byteCount(b) || a.chars[shared] < b.chars[shared];
 }
 
-quint64 textWord(quint32 hash) {
-    return quint64(hash) << 32;
-}
-quint64 hashOfTextWord(quint64 word) {
-    return word >> 32;
-}
-quint32 hashOfText(const cell::TextView& text) {
-    return static_cast<quint32>(KeyTable::hashOf(text.chars, byteCount(text)));
+quint64 hashOfText(const cell::TextView& text) {
+    return KeyTable::hashOf(text.chars, byteCount(text));
 }
 
 } // namespace
 
-KeyIndex::KeyIndex(qint32 blockSize, quint32 payloadSize, DuplicatePolicy policy)
+KeyIndex::KeyIndex(qint64 blockSize, qint64 payloadSize, DuplicatePolicy policy)
     : payloadSize_(payloadSize),
       policy_(policy),
       entries_(blockSize) {}
@@ -54,39 +48,91 @@ uchar* KeyIndex::noMemory() {
     return nullptr;
 }
 
-/// Room for a row, its link cleared. A payload of no bytes still has an address of its own.
-uchar* KeyIndex::newPayload(qint64 bytesInFront) {
-    if (payloadSize_ == 0 && bytesInFront == 0)
+/// Room for a row behind a copy of its key. A payload of no bytes still has an address of its own.
+uchar* KeyIndex::newPayload(const void* key, qint64 keyBytes, qint64 moreBytes) {
+    const qint64 payloadBytes = payloadSize_ + moreBytes;
+    ++entryCount_;
+    if (payloadBytes + keyBytes == 0)
         return const_cast<uchar*>(&cell::nullText);
-    uchar* const bytes = entries_.alloc(bytesInFront + payloadSize_);
+    if (payloadBytes > 0)
+        entries_.alignToTwo();
+    const qint64 gap = payloadBytes > 0 ? keyBytes & 1 : 0;
+    uchar* const bytes = entries_.alloc(keyBytes + gap + payloadBytes);
     if (bytes == nullptr)
         return noMemory();
-    std::memset(bytes + bytesInFront, 0, payloadSize_);
+    if (keyBytes > 0)
+        std::memcpy(bytes, key, static_cast<size_t>(keyBytes));
     return bytes;
 }
 
-uchar* KeyIndex::addNumber(quint64 word) {
-    uchar* const payload = newPayload(0);
-    if (payload == nullptr)
-        return nullptr;
-    ++entryCount_;
-    KeyTable::Slot* const slot = table_.findNumber(word);
-    if (slot == nullptr)
-        return table_.putNumber(word, payload) ? payload : noMemory();
-    if (policy_ == DuplicatePolicy::ChainDuplicates) {
-        setLink(payload, slot->place);
-        slot->place = payload;
-    }
-    if (duplicates_++ == 0 || firstByteHighest(word) < firstByteHighest(firstNumber_))
-        firstNumber_ = word;
+/// A further row of a key.
+uchar* KeyIndex::addAgain(uchar* behindKey, qint64 moreBytes) {
+    uchar* const payload = newPayload(nullptr, 0, moreBytes);
+    if (payload != nullptr && policy_ == DuplicatePolicy::ChainDuplicates)
+        chain(behindKey, payload);
     return payload;
 }
 
-uchar* KeyIndex::addNull() {
-    uchar* const payload = newPayload(0);
+void KeyIndex::chain(uchar* behindKey, uchar* added) const {
+    setLink(added, first(behindKey));
+    setLink(behindKey, added, lastMark);
+}
+
+/// Makes the payload behind the key the first one.
+void KeyIndex::turnRound(uchar* behindKey) const {
+    uchar* payload = first(behindKey);
+    const uchar* last = nullptr;
+    while (payload != behindKey) {
+        uchar* const next = reinterpret_cast<uchar*>(link(payload));
+        setLink(payload, last);
+        last = payload;
+        payload = next;
+    }
+    setLink(behindKey, last);
+}
+
+/// Keeps the duplicate that the tree meets first.
+void KeyIndex::noteDuplicate(quint64 number) {
+    if (duplicates_++ == 0 || firstByteHighest(number) < firstByteHighest(firstNumber_))
+        firstNumber_ = number;
+}
+
+template <class Number>
+uchar* KeyIndex::addToSet(Number number) {
+    const auto outcome = set<Number>(*this).add(number);
+    if (outcome == NumberSet<Number>::Outcome::NoMemory)
+        return noMemory();
+    if (outcome == NumberSet<Number>::Outcome::Present)
+        noteDuplicate(number);
+    ++entryCount_;
+    return const_cast<uchar*>(&cell::nullText);
+}
+
+template <class Number>
+uchar* KeyIndex::addNumber(Number number, qint64 moreBytes) {
+    if (payloadSize_ == 0)
+        return addToSet(number);
+    if (const KeyTable::Slot* const slot = findSlot(number)) {
+        noteDuplicate(number);
+        return addAgain(behind(slot->place() + sizeof number), moreBytes);
+    }
+    uchar* const key = newPayload(&number, sizeof number, moreBytes);
+    if (key == nullptr)
+        return nullptr;
+    const auto hashAt = [](const uchar* place) {
+        return KeyTable::hashOf(numberAt<Number>(place));
+    };
+    return table_.put(KeyTable::hashOf(number), key, hashAt) ? behind(key + sizeof number)
+                                                             : noMemory();
+}
+
+template uchar* KeyIndex::addNumber(quint32, qint64);
+template uchar* KeyIndex::addNumber(quint64, qint64);
+
+uchar* KeyIndex::addNull(qint64 moreBytes) {
+    uchar* const payload = newPayload(nullptr, 0, moreBytes);
     if (payload == nullptr)
         return nullptr;
-    ++entryCount_;
     if (nullPayload_ == nullptr) {
         nullPayload_ = payload;
     } else {
@@ -98,50 +144,42 @@ uchar* KeyIndex::addNull() {
     return payload;
 }
 
-uchar* KeyIndex::addString(const uchar* cell) {
+uchar* KeyIndex::addString(const uchar* cell, qint64 moreBytes) {
     const cell::TextView text = cell::text(cell);
     if (text.isNull())
-        return addNull();
-    const quint32 hash = hashOfText(text);
-    if (const KeyTable::Slot* const slot = findSlot(text, hash)) {
-        uchar* const payload = newPayload(0);
-        if (payload == nullptr)
-            return nullptr;
-        ++entryCount_;
-        if (policy_ == DuplicatePolicy::ChainDuplicates) {
-            setLink(payload, head(slot->place));
-            setLink(slot->place, payload);
-        }
+        return addNull(moreBytes);
+    const quint64 hash = hashOfText(text);
+    if (const FoundText found = findText(text, hash); found.cell != nullptr) {
         if (duplicates_++ == 0 || isMetBefore(text, cell::text(firstText_)))
-            firstText_ = keyCell(slot->place);
-        return payload;
+            firstText_ = found.cell;
+        return addAgain(behind(found.end), moreBytes);
     }
     const qint64 cellBytes = cell::textBytes(cell);
-    uchar* const entry = newPayload(headBytes + cellBytes);
-    if (entry == nullptr)
+    uchar* const key = newPayload(cell, cellBytes, moreBytes);
+    if (key == nullptr)
         return nullptr;
-    ++entryCount_;
-    uchar* const payload = entry + headBytes + cellBytes;
-    setLink(entry, payload);
-    std::memcpy(entry + headBytes, cell, static_cast<size_t>(cellBytes));
-    return table_.put({textWord(hash), entry}, hashOfTextWord) ? payload : noMemory();
+    const auto hashAt = [](const uchar* place) { return hashOfText(cell::text(place)); };
+    return table_.put(hash, key, hashAt) ? behind(key + cellBytes) : noMemory();
 }
 
-KeyTable::Slot* KeyIndex::findSlot(const cell::TextView& text, quint32 hash) const {
-    return table_.find(hash, [&](const KeyTable::Slot& slot) {
-        if (slot.word != textWord(hash))
+KeyIndex::FoundText KeyIndex::findText(const cell::TextView& text, quint64 hash) const {
+    FoundText found;
+    const size_t size = byteCount(text);
+    table_.find(hash, [&](const uchar* place) {
+        const cell::TextView key = cell::text(place);
+        if (key.length != text.length || !KeyTable::isSame(key.chars, text.chars, size))
             return false;
-        const cell::TextView key = cell::text(keyCell(slot.place));
-        return key.length == text.length &&
-               (text.size() == 0 || std::memcmp(key.chars, text.chars, byteCount(text)) == 0);
+        found = {place, key.chars + size};
+        return true;
     });
+    return found;
 }
 
 const uchar* KeyIndex::findText(const cell::TextView& text) const {
     if (text.isNull())
         return nullPayload_;
-    const KeyTable::Slot* const slot = findSlot(text, hashOfText(text));
-    return slot == nullptr ? nullptr : head(slot->place);
+    const FoundText found = findText(text, hashOfText(text));
+    return found.cell == nullptr ? nullptr : first(behind(found.end));
 }
 
 bool KeyIndex::buildKey() {
@@ -149,7 +187,7 @@ bool KeyIndex::buildKey() {
         return true;
     if (policy_ == DuplicatePolicy::RejectDuplicates && duplicates_ > 0)
         return reject(QString::number(static_cast<quint32>(firstNumber_)));
-    return buildNumbers();
+    return buildNumbers<quint32>();
 }
 
 bool KeyIndex::buildFloat() {
@@ -157,7 +195,7 @@ bool KeyIndex::buildFloat() {
         return true;
     if (policy_ == DuplicatePolicy::RejectDuplicates && duplicates_ > 0)
         return reject(QString::number(std::bit_cast<double>(firstNumber_), 'g'));
-    return buildNumbers();
+    return buildNumbers<quint64>();
 }
 
 bool KeyIndex::reject(const QString& key) const {
@@ -167,17 +205,18 @@ bool KeyIndex::reject(const QString& key) const {
     return true;
 }
 
+template <class Number>
 bool KeyIndex::buildNumbers() {
     if (policy_ != DuplicatePolicy::ChainDuplicates || duplicates_ == 0)
         return false;
     KeyOrder<quint64> order(table_.count());
     if (!order.hasRoom())
         return noMemory() == nullptr;
-    table_.forEach([&](KeyTable::Slot& slot) { order.add(firstByteHighest(slot.word), &slot); });
+    table_.forEach([&](uchar* key) { order.add(firstByteHighest(numberAt<Number>(key)), key); });
     order.sort(std::less<>());
     order.forEachWithOddBranches(
         [](quint64 a, quint64 b) { return qint64(__builtin_clzll(a ^ b) / 8); },
-        [](KeyTable::Slot& slot) { slot.place = reversedChain(slot.place); });
+        [this](uchar* key) { turnRound(behind(key + sizeof(Number))); });
     return false;
 }
 
@@ -194,11 +233,9 @@ bool KeyIndex::buildString() {
     KeyOrder<cell::TextView> order(table_.count());
     if (!order.hasRoom())
         return noMemory() == nullptr;
-    table_.forEach(
-        [&](KeyTable::Slot& slot) { order.add(cell::text(keyCell(slot.place)), &slot); });
+    table_.forEach([&](uchar* key) { order.add(cell::text(key), key); });
     order.sort(isMetBefore);
-    order.forEachWithOddBranches(sharedBytes, [](KeyTable::Slot& slot) {
-        setLink(slot.place, reversedChain(head(slot.place)));
-    });
+    order.forEachWithOddBranches(
+        sharedBytes, [this](uchar* key) { turnRound(behind(key + cell::textBytes(key))); });
     return false;
 }

@@ -2,16 +2,9 @@
 
 #include "rows/big_malloc.h"
 
-#include <cstring>
 #include <random>
 
 namespace {
-
-quint64 load(const uchar* bytes, size_t size) {
-    quint64 word = 0;
-    std::memcpy(&word, bytes, size);
-    return word;
-}
 
 std::array<quint64, 2> randomSeeds() {
     std::random_device device;
@@ -23,25 +16,6 @@ std::array<quint64, 2> randomSeeds() {
 } // namespace
 
 const std::array<quint64, 2> KeyTable::processSeeds = randomSeeds();
-
-quint64 KeyTable::hashOf(const uchar* bytes, size_t size) {
-    constexpr quint64 odd = 0x9E3779B97F4A7C15ull;
-    quint64 hash = seeds()[0] ^ size;
-    while (size > 16) {
-        hash = mixed(hash ^ load(bytes, 8), seeds()[1] ^ load(bytes + 8, 8));
-        bytes += 16;
-        size -= 16;
-    }
-    quint64 tail = 0;
-    if (size >= 8) {
-        // Two words that overlap cover every length from 8 to 16.
-        tail = load(bytes + size - 8, 8);
-        hash ^= load(bytes, 8);
-    } else {
-        hash ^= load(bytes, size);
-    }
-    return mixed(hash * odd, seeds()[1] ^ tail);
-}
 
 bool KeyTable::enterSlots(quint64 size) {
     uchar* const block = bigMalloc(qint64(size * sizeof(Slot)));

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <type_traits>
 
 namespace {
 
@@ -25,21 +26,15 @@ size_t byteCount(const cell::TextView& text) {
     return 2 * static_cast<size_t>(text.size());
 }
 
-/// Never that of a text, so that a null key differs from the empty one.
-constexpr quint32 nullHash = 0;
-
-quint32 hashOf(const cell::TextView& text) {
-    if (text.isNull())
-        return nullHash;
-    return static_cast<quint32>(KeyTable::hashOf(text.chars, byteCount(text))) | 1;
+// -0 is 0.
+quint64 hashOf(double number) {
+    return KeyTable::hashOf(std::bit_cast<quint64>(number + 0.0));
 }
-
-quint64 hashOfTextWord(quint64 word) {
-    return word >> 32;
+quint64 hashOf(quint32 number) {
+    return KeyTable::hashOf(number);
 }
-
-quint64 hashOfNumberWord(quint64 word) {
-    return KeyTable::hashOf(word);
+quint64 hashOf(const cell::TextView& text) {
+    return text.isNull() ? 0 : KeyTable::hashOf(text.chars, byteCount(text));
 }
 
 } // namespace
@@ -50,27 +45,48 @@ SlaveTableStore::SlaveTableStore(int pin, qint64 blockBytes, bool rejectsDuplica
       blocks_(blockBytes) {}
 
 void SlaveTableStore::setColumns(const OneRow& firstRow, std::vector<int> columns,
-                                 std::vector<int> keyPlaces) {
+                                 const std::vector<int>& keyPlaces) {
     columns_ = std::move(columns);
-    keyPlaces_ = std::move(keyPlaces);
     types_.clear();
     for (const int column : columns_)
         types_.push_back(firstRow.getMetaType(column).type);
-    tables_ = std::vector<KeyTable>(keyPlaces_.size());
+    keys_ = std::vector<Key>(keyPlaces.size());
+    for (size_t slot = 0; slot < keys_.size(); ++slot) {
+        Key& key = keys_[slot];
+        key.place = keyPlaces[slot];
+        for (int i = 0; i < key.place; ++i) {
+            const qint32 type = types_[at(i)];
+            const qint32 fixedBytes = type == MetaTypeKey ? 4 : type == MetaTypeFloat ? 8 : 0;
+            if (fixedBytes > 0 && !key.way.empty() && key.way.back() > 0)
+                key.way.back() += fixedBytes;
+            else
+                key.way.push_back(fixedBytes);
+        }
+    }
     sizes_.resize(columns_.size());
-    keyOffsets_.resize(keyPlaces_.size());
 }
 
 bool SlaveTableStore::addRow(const OneRow& row) {
-    return addKeys(row, storeRow(row));
+    uchar* const stored = storeRow(row);
+    for (Key& key : keys_) {
+        const int column = columns_[at(key.place)];
+        const uchar* const bytes = row.cells[column];
+        const qint32 type = types_[at(key.place)];
+        const bool isNew = type == MetaTypeKey ? addKey<quint32>(key, bytes, stored, cell::loadKey)
+                           : type == MetaTypeFloat
+                               ? addKey<double>(key, bytes, stored, cell::loadFloat)
+                               : addKey<cell::TextView>(key, bytes, stored, cell::text);
+        if (!isNew) {
+            reportDuplicate(row, column, type);
+            return true;
+        }
+    }
+    return false;
 }
 
 uchar* SlaveTableStore::storeRow(const OneRow& row) {
     qint64 size = 0;
-    size_t key = 0;
     for (size_t i = 0; i < columns_.size(); ++i) {
-        if (key < keyPlaces_.size() && at(keyPlaces_[key]) == i)
-            keyOffsets_[key++] = size;
         sizes_[i] = cell::bytes(row.cells[columns_[i]], types_[i]);
         size += sizes_[i];
     }
@@ -93,8 +109,6 @@ uchar* SlaveTableStore::storeStraddling(const OneRow& row) {
         cells.push_back(orEnd(blocks_.alloc(sizes_[i])));
         std::memcpy(cells.back(), row.cells[columns_[i]], static_cast<size_t>(sizes_[i]));
     }
-    for (size_t key = 0; key < keyPlaces_.size(); ++key)
-        keyOffsets_[key] = keyPlaces_[key];
     blocks_.alignToTwo();
     const size_t listBytes = cells.size() * sizeof(uchar*);
     uchar* const list = orEnd(blocks_.alloc(static_cast<qint64>(listBytes)));
@@ -102,69 +116,43 @@ uchar* SlaveTableStore::storeStraddling(const OneRow& row) {
     return list + 1;
 }
 
-bool SlaveTableStore::addKeys(const OneRow& row, uchar* stored) {
-    for (size_t key = 0; key < tables_.size(); ++key) {
-        const int place = keyPlaces_[key];
-        const uchar* const bytes = row.cells[columns_[at(place)]];
-        const qint32 type = types_[at(place)];
-        bool isNew = true;
-        if (type == MetaTypeKey) {
-            isNew = addNumberKey(tables_[key], cell::loadKey(bytes), stored);
-        } else if (type == MetaTypeFloat) {
-            const double number = cell::loadFloat(bytes);
-            // What equals nothing would only take room.
-            if (number == number)
-                isNew = addNumberKey(tables_[key], floatWord(number), stored);
-        } else {
-            isNew = addTextKey(tables_[key], cell::text(bytes), stored,
-                               static_cast<quint32>(keyOffsets_[key]));
-        }
-        if (!isNew) {
-            reportDuplicate(row, columns_[at(place)], type);
+/// False where the value is there already and duplicates are rejected.
+template <class Value, class ValueAt>
+bool SlaveTableStore::addKey(Key& key, const uchar* bytes, uchar* stored, ValueAt valueAt) {
+    const Value value = valueAt(bytes);
+    if constexpr (std::is_same_v<Value, double>) {
+        // What equals nothing would only take room.
+        if (value != value)
             return true;
-        }
     }
-    return false;
-}
-
-bool SlaveTableStore::addNumberKey(KeyTable& table, quint64 word, uchar* stored) {
-    if (KeyTable::Slot* const slot = table.findNumber(word)) {
-        slot->place = stored;
+    if (KeyTable::Slot* const slot = findSlot(key, value)) {
+        slot->setPlace(stored);
         return !rejectsDuplicates_;
     }
-    if (!table.put({word, stored}, hashOfNumberWord))
+    const auto hashAt = [&](const uchar* row) { return hashOf(valueAt(keyCell(key, row))); };
+    if (!key.table.put(hashOf(value), stored, hashAt))
         endForWantOfMemory();
     return true;
 }
 
-bool SlaveTableStore::addTextKey(KeyTable& table, const cell::TextView& text, uchar* stored,
-                                 quint32 keyPlace) {
-    const quint32 hash = hashOf(text);
-    KeyTable::Slot added{(quint64(hash) << 32) | keyPlace, nullptr};
-    added.place = stored;
-    if (KeyTable::Slot* const slot = findSlot(table, text, hash)) {
-        *slot = added;
-        return !rejectsDuplicates_;
-    }
-    if (!table.put(added, hashOfTextWord))
-        endForWantOfMemory();
-    return true;
-}
-
-KeyTable::Slot* SlaveTableStore::findSlot(const KeyTable& table, const cell::TextView& text,
-                                          quint32 hash) const {
-    return table.find(hash, [&](const KeyTable::Slot& slot) {
-        if (slot.word >> 32 != hash)
-            return false;
-        const cell::TextView key = cell::text(keyCell(slot));
-        return key.length == text.length &&
-               (text.size() == 0 || std::memcmp(key.chars, text.chars, byteCount(text)) == 0);
+KeyTable::Slot* SlaveTableStore::findSlot(const Key& key, quint32 number) {
+    return key.table.find(hashOf(number), [&](const uchar* row) {
+        return cell::loadKey(keyCell(key, row)) == number;
     });
 }
 
-const uchar* SlaveTableStore::findText(int slot, const cell::TextView& text) const {
-    const KeyTable::Slot* const found = findSlot(tables_[at(slot)], text, hashOf(text));
-    return found == nullptr ? nullptr : found->place;
+KeyTable::Slot* SlaveTableStore::findSlot(const Key& key, double number) {
+    return key.table.find(hashOf(number), [&](const uchar* row) {
+        return cell::loadFloat(keyCell(key, row)) == number;
+    });
+}
+
+KeyTable::Slot* SlaveTableStore::findSlot(const Key& key, const cell::TextView& text) {
+    return key.table.find(hashOf(text), [&](const uchar* row) {
+        const cell::TextView other = cell::text(keyCell(key, row));
+        return other.length == text.length &&
+               KeyTable::isSame(other.chars, text.chars, byteCount(text));
+    });
 }
 
 void SlaveTableStore::reportDuplicate(const OneRow& row, int column, qint32 type) const {
@@ -180,8 +168,8 @@ void SlaveTableStore::reportDuplicate(const OneRow& row, int column, qint32 type
 
 qint64 SlaveTableStore::bytes() const {
     qint64 sum = blocks_.bytes();
-    for (const KeyTable& table : tables_)
-        sum += table.bytes();
+    for (const Key& key : keys_)
+        sum += key.table.bytes();
     return sum;
 }
 

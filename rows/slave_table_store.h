@@ -23,7 +23,8 @@ public:
 
     /// Which columns of the rows are stored, and which of these are keys, as places among the
     /// stored columns; both ascending. To be called once, before the first row.
-    void setColumns(const OneRow& firstRow, std::vector<int> columns, std::vector<int> keyPlaces);
+    void setColumns(const OneRow& firstRow, std::vector<int> columns,
+                    const std::vector<int>& keyPlaces);
 
     /// Stores a row. True when one of its keys is there already and duplicates are rejected, which
     /// is logged. Otherwise the last row of a key is the one that is found.
@@ -32,13 +33,13 @@ public:
     // Finds: the row with this value in key `slot`, or null. -0 equals 0; a not-a-number, the null
     // Float among them, equals nothing; a null text differs from the empty one.
 
-    const uchar* findKey(int slot, quint32 key) const { return placeOf(tables_[at(slot)], key); }
-    const uchar* findFloat(int slot, double key) const {
-        return placeOf(tables_[at(slot)], floatWord(key));
+    const uchar* findKey(int slot, quint32 key) const { return rowIn(findSlot(keyAt(slot), key)); }
+    const uchar* findFloat(int slot, double key) const { return rowIn(findSlot(keyAt(slot), key)); }
+    const uchar* findText(int slot, const cell::TextView& text) const {
+        return rowIn(findSlot(keyAt(slot), text));
     }
-    const uchar* findText(int slot, const cell::TextView& text) const;
 
-    qint32 keyType(int slot) const { return types_[at(keyPlaces_[at(slot)])]; }
+    qint32 keyType(int slot) const { return types_[at(keyAt(slot).place)]; }
 
     /// Which cells of a row are wanted: ascending places among the stored columns, a place more
     /// than once if need be.
@@ -68,10 +69,8 @@ private:
         return fixedBytes > 0 ? fixedBytes : fixedBytes < 0 ? 0 : cell::textBytes(cell);
     }
     static size_t at(int place) { return static_cast<size_t>(place); }
-    static quint64 floatWord(double key) { return std::bit_cast<quint64>(key + 0.0); }
-    static const uchar* placeOf(const KeyTable& table, quint64 word) {
-        const KeyTable::Slot* const slot = table.findNumber(word);
-        return slot == nullptr ? nullptr : slot->place;
+    static const uchar* rowIn(const KeyTable::Slot* slot) {
+        return slot == nullptr ? nullptr : slot->place();
     }
     static bool straddles(const uchar* row) { return (reinterpret_cast<quintptr>(row) & 1) != 0; }
     static const uchar* listedCell(const uchar* row, qint64 place) {
@@ -79,18 +78,28 @@ private:
         std::memcpy(&cell, row - 1 + place * qint64(sizeof cell), sizeof cell);
         return cell;
     }
-    /// The key cell of a row by the low half of a slot's word: an offset, or a place in the list.
-    static const uchar* keyCell(const KeyTable::Slot& slot) {
-        const auto place = static_cast<quint32>(slot.word);
-        return straddles(slot.place) ? listedCell(slot.place, place) : slot.place + place;
+    /// A key column, and the way to it from the first cell of a row.
+    struct Key {
+        int place;
+        std::vector<qint32> way; ///< bytes of cells of fixed size; 0: a text
+        KeyTable table;
+    };
+    const Key& keyAt(int slot) const { return keys_[at(slot)]; }
+    static const uchar* keyCell(const Key& key, const uchar* row) {
+        if (straddles(row))
+            return listedCell(row, key.place);
+        for (const qint32 fixedBytes : key.way)
+            row += stepBytes(fixedBytes, row);
+        return row;
     }
 
     uchar* storeRow(const OneRow& row);
     uchar* storeStraddling(const OneRow& row);
-    bool addKeys(const OneRow& row, uchar* stored);
-    bool addNumberKey(KeyTable& table, quint64 word, uchar* stored);
-    bool addTextKey(KeyTable& table, const cell::TextView& text, uchar* stored, quint32 keyPlace);
-    KeyTable::Slot* findSlot(const KeyTable& table, const cell::TextView& text, quint32 hash) const;
+    static KeyTable::Slot* findSlot(const Key& key, quint32 number);
+    static KeyTable::Slot* findSlot(const Key& key, double number);
+    static KeyTable::Slot* findSlot(const Key& key, const cell::TextView& text);
+    template <class Value, class ValueAt>
+    bool addKey(Key& key, const uchar* bytes, uchar* stored, ValueAt valueAt);
     void reportDuplicate(const OneRow& row, int column, qint32 type) const;
 
     int pin_;
@@ -98,10 +107,6 @@ private:
     BlockChain blocks_;
     std::vector<int> columns_;
     std::vector<qint32> types_;
-    std::vector<int> keyPlaces_;
-    std::vector<KeyTable> tables_; ///< one for each key
-
-    // While a row is stored.
-    std::vector<qint64> sizes_;
-    std::vector<qint64> keyOffsets_;
+    std::vector<Key> keys_;
+    std::vector<qint64> sizes_; ///< while a row is stored
 };

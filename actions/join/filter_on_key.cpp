@@ -121,7 +121,7 @@ bool FilterOnKey::findMainKeys(const OneRow& row, qint32 slaveType) {
 template <class Form>
 bool FilterOnKey::loadKeys(const OneRow* slaveRow, int column) {
     for (; slaveRow != nullptr; slaveRow = nextRowToDrain(1)) {
-        if (Form::add(*ownIndex_, slaveRow->cells[column]) == nullptr)
+        if (Form::add(*ownIndex_, slaveRow->cells[column], 0) == nullptr)
             return !fail(memoryError(actionName()));
     }
     if (!isRunning())

@@ -5,17 +5,8 @@
 
 namespace {
 
-/// A payload holds the link to the next payload, then the address of the packed row.
-constexpr quint32 payloadSize = 16;
-constexpr qint64 rowPlace = 8;
-/// What a block of rows has less room than its size.
-constexpr qint64 blockHead = 8;
-
-const uchar* packedRow(const uchar* payload) {
-    const uchar* row;
-    std::memcpy(&row, payload + rowPlace, sizeof row);
-    return row;
-}
+/// A row of pin 1 in memory: the link to the next row of its key, then its packed cells.
+constexpr qint64 linkBytes = 8;
 
 } // namespace
 
@@ -67,7 +58,6 @@ bool InMemoryJoin::beforeRun() {
 
 void InMemoryJoin::release() {
     ownIndex_.reset();
-    slaveRows_.reset();
     index_ = nullptr;
     releaseDescriptor(pack_);
     nullCells_.clear();
@@ -189,32 +179,21 @@ void InMemoryJoin::shapeOutput(const OneRow& row, const OneRow* slaveRow,
 
 template <class Form>
 bool InMemoryJoin::load(const OneRow* slaveRow, int keyColumn) {
-    ownIndex_ =
-        std::make_unique<KeyIndex>(indexBlockSize, payloadSize, DuplicatePolicy::ChainDuplicates);
-    slaveRows_ = std::make_unique<BlockChain>(qint64(dataBlockSize) * 1024 - blockHead);
+    const qint64 blockSize = qint64(dataBlockSize) * 1024;
+    ownIndex_ = std::make_unique<KeyIndex>(blockSize, linkBytes, DuplicatePolicy::ChainDuplicates);
     index_ = ownIndex_.get();
     for (; slaveRow != nullptr; slaveRow = nextRowToDrain(1)) {
-        uchar* const payload = Form::add(*ownIndex_, slaveRow->cells[keyColumn]);
+        const qint64 size = packedSize(pack_, slaveRow->cells);
+        if (size > blockSize - linkBytes)
+            return !fail(QStringLiteral("Memory Buffer Size is too small"));
+        uchar* const payload = Form::add(*ownIndex_, slaveRow->cells[keyColumn], size);
         if (payload == nullptr)
             return !fail(memoryError(actionName()));
-        if (!storeRow(*slaveRow, payload))
-            return false;
+        packRow(pack_, slaveRow->cells, payload + linkBytes);
     }
     if (!isRunning())
         return false;
     return !Form::build(*ownIndex_) || !fail(memoryError(actionName()));
-}
-
-bool InMemoryJoin::storeRow(const OneRow& slaveRow, uchar* payload) {
-    const qint64 size = packedSize(pack_, slaveRow.cells);
-    if (size > slaveRows_->blockSize())
-        return !fail(QStringLiteral("Memory Buffer Size is too small"));
-    uchar* const bytes = slaveRows_->alloc(size);
-    if (bytes == nullptr)
-        return !fail(memoryError(actionName()));
-    packRow(pack_, slaveRow.cells, bytes);
-    std::memcpy(payload + rowPlace, &bytes, sizeof bytes);
-    return true;
 }
 
 template <auto Handle>
@@ -252,7 +231,7 @@ void InMemoryJoin::handOn(const uchar* payload) {
         setStep<&InMemoryJoin::duplicateStep>();
     else
         runStep = nextRowStep_;
-    unpackRow(pack_, outputCells_ + mainColumns_, packedRow(payload));
+    unpackRow(pack_, outputCells_ + mainColumns_, payload + linkBytes);
     setRowReadyForOutput(0);
 }
 

@@ -9,11 +9,10 @@
 /// Pin 1 is read whole before the first row. Rows come out in the order and with the declared order
 /// of pin 0; those of one row follow each other in the order of KeyIndex's chains. Keys are
 /// compared byte by byte without conversion, and a null text matches a null text. Holds the chosen
-/// columns of pin 1, packed, and about 45 bytes a row.
+/// columns of pin 1, packed, the keys, and 20 to 30 bytes a row.
 #pragma once
 
 #include "plugin/first_row_action.h"
-#include "rows/block_chain.h"
 #include "rows/key_index.h"
 #include "rows/packed_row.h"
 
@@ -61,7 +60,6 @@ private:
     void shapeOutput(const OneRow& row, const OneRow* slaveRow, const std::vector<qint32>& sources);
     template <class Form>
     bool load(const OneRow* slaveRow, int keyColumn);
-    bool storeRow(const OneRow& slaveRow, uchar* payload);
     void handOn(const uchar* payload);
 
     // What the first row resolved.
@@ -69,8 +67,7 @@ private:
     int mainKeyColumn_ = -1;
     PackedRowDescriptor pack_;
     std::vector<const uchar*> nullCells_;
-    std::unique_ptr<KeyIndex> ownIndex_; ///< of a master
-    std::unique_ptr<BlockChain> slaveRows_;
+    std::unique_ptr<KeyIndex> ownIndex_; ///< of a master: the keys and rows of pin 1
     const KeyIndex* index_ = nullptr;
     bool (InMemoryJoin::*handle_)(const OneRow&) = nullptr; ///< joins a row of pin 0
     Step nextRowStep_ = nullptr;                            ///< reads the next one and joins it

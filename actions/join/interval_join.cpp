@@ -8,7 +8,7 @@
 namespace {
 
 constexpr int mostBoundWarnings = 500;
-constexpr size_t pointerBytes = sizeof(void*);
+constexpr qint64 pointerBytes = sizeof(void*);
 constexpr qint64 rowBlockSize = 1 << 20;
 
 QString cellText(const OneRow& row, int column) {
@@ -226,8 +226,8 @@ bool IntervalJoin::shapeOutput(const OneRow& row, Slave& slave) {
 bool IntervalJoin::load(Slave& slave) {
     slaveRows_ = std::make_unique<BlockChain>(rowBlockSize);
     if (partitionColumn_ >= 0)
-        ownPartitionTable_ = std::make_unique<KeyIndex>(indexBlockSize, qint32(sizeof(void*)),
-                                                        DuplicatePolicy::KeepOne);
+        ownPartitionTable_ =
+            std::make_unique<KeyIndex>(indexBlockSize, pointerBytes, DuplicatePolicy::KeepOne);
     else
         ownPartitions_.push_back(std::make_unique<Partition>());
     for (qint64 number = 1; slave.row != nullptr; ++number, slave.row = nextRowToDrain(1)) {

@@ -7,7 +7,7 @@
 #include <QtCore/QString>
 
 /// Bytes of each block of the keys' memory.
-inline constexpr qint32 indexBlockSize = 0x300000;
+inline constexpr qint64 indexBlockSize = 4 << 20;
 
 /// Largest size of a block of rows in KiB: in bytes it fits into 31 bits.
 inline constexpr int largestBlockSize = (1 << 21) - 1;
