@@ -12,11 +12,31 @@ namespace velmorra::harness {
 namespace {
 
 const QLatin1String indentation("    ");
+const QLatin1String rowEnd(" | "); ///< in a table that stands in one line
+constexpr int lineWidth = 100;
 
 QString withoutBlankEnd(QString text) {
     while (text.endsWith(QLatin1Char('\n')))
         text.chop(1);
     return text;
+}
+
+/// `-- TITLE` or `-- TITLE = TABLE`.
+Section sectionFrom(const QString& text, int line) {
+    const qsizetype equals = text.startsWith(QLatin1String("param")) ? -1 : text.indexOf(" = ");
+    QString table = equals < 0 ? QString() : text.mid(equals + 3) + QLatin1Char('\n');
+    return {line, text.left(equals).trimmed(), table.replace(rowEnd, QLatin1String("\n"))};
+}
+
+/// A table in one line where it fits and reads back the same.
+QString inOneLine(QString table, qsizetype before) {
+    const QStringList rows = table.split(QLatin1Char('\n'));
+    const bool reads = std::all_of(rows.begin(), rows.end(), [](const QString& row) {
+        return !row.isEmpty() && row.trimmed() == row && !row.contains(rowEnd);
+    });
+    QString line = rows.join(rowEnd);
+    const bool fits = before + line.size() <= lineWidth && rows.size() <= 4;
+    return reads && fits && table.count(QLatin1Char('"')) % 2 == 0 ? line : table;
 }
 
 /// Cuts a file into blocks; an error where a line belongs to none.
@@ -34,7 +54,7 @@ QString splitFile(const QString& text, CaseFile& file) {
         } else if (block == nullptr && (content.isEmpty() || content[0] == QLatin1Char('#'))) {
             file.preamble += content + QLatin1Char('\n');
         } else if (block != nullptr && content.startsWith(QLatin1String("-- "))) {
-            block->sections.push_back({line, content.mid(3).trimmed(), {}});
+            block->sections.push_back(sectionFrom(content.mid(3), line));
             section = &block->sections.back().body;
         } else if (section != nullptr) {
             *section += content + QLatin1Char('\n');
@@ -129,6 +149,9 @@ private:
             ++rows;
         const int first = situation.line + 1;
         const bool nothing = lines[0] == QLatin1String("nothing");
+        QString table = lines.mid(0, rows).join(QLatin1Char('\n'));
+        if (rows == 1)
+            table.replace(rowEnd, QLatin1String("\n"));
         if (rows < lines.size())
             case_.log = ExpectedText{first + static_cast<int>(rows),
                                      lines.mid(rows).join(QLatin1Char('\n'))};
@@ -137,7 +160,7 @@ private:
         else
             case_.outputs[{0, 0}] =
                 expectedTable({first - 1, nothing ? QStringLiteral("out 0 nothing") : QString(),
-                               nothing ? QString() : lines.mid(0, rows).join(QLatin1Char('\n'))});
+                               nothing ? QString() : table});
     }
 
     void readSection(const Section& section) {
@@ -291,11 +314,26 @@ QString caseFileText(const CaseFile& file) {
         lines << QLatin1String(block.isGroup ? "=== " : "== ") + block.sentence;
         for (const Situation& each : block.situations) {
             lines << each.element;
-            for (const QString& line : each.expected.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
-                lines << indentation + line;
+            const qsizetype log = (QLatin1Char('\n') + each.expected).indexOf(QLatin1String("\n["));
+            const QString table = withoutBlankEnd(each.expected.left(log));
+            QStringList expected = inOneLine(table, indentation.size()).split(QLatin1Char('\n'));
+            if (log >= 0)
+                expected += each.expected.mid(log).split(QLatin1Char('\n'));
+            for (const QString& line : std::as_const(expected)) {
+                if (!line.isEmpty())
+                    lines << indentation + line;
+            }
         }
         for (const Section& section : block.sections) {
-            lines << QLatin1String("-- ") + section.title;
+            static const QStringList tables = {"in", "out", "columns"};
+            const QString title = QLatin1String("-- ") + section.title;
+            const QString line = inOneLine(section.body, title.size() + 3);
+            if (tables.contains(section.word(0)) && !line.contains(QLatin1Char('\n')) &&
+                !line.isEmpty()) {
+                lines << title + QLatin1String(" = ") + line;
+                continue;
+            }
+            lines << title;
             if (!section.body.isEmpty())
                 lines << section.body;
         }

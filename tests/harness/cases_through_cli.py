@@ -48,9 +48,19 @@ def brief(expected):
     lines = [line[4:] for line in expected.splitlines()]
     rows = next((i for i, line in enumerate(lines) if line.startswith("[")), len(lines))
     nothing = ["nothing"] if lines[:1] == ["nothing"] else []
-    out = [(["out", "0"] + nothing, "" if nothing else "\n".join(lines[:rows]))]
+    table = lines[0].replace(" | ", "\n") if rows == 1 else "\n".join(lines[:rows])
+    out = [(["out", "0"] + nothing, "" if nothing else table)]
     log = [(["log"], "\n".join(lines[rows:]))] if lines[rows:] else []
     return (out if rows else [(["fails"], "")] if lines else []) + log
+
+
+def section(text):
+    """A section's words and its body, which may be a table in the line of its title."""
+    title, _, body = text.partition("\n")
+    if " = " in title and not title.startswith("param"):
+        title, _, table = title.partition(" = ")
+        body = table.replace(" | ", "\n")
+    return title.strip().split(" "), body.rstrip("\n")
 
 
 def read_cases(path):
@@ -59,8 +69,7 @@ def read_cases(path):
     for block in re.split(r"^(?====? )", path.read_bytes().decode(), flags=re.M):
         heading, _, rest = block.partition("\n")
         head, *parts = re.split(r"^-- ", rest, flags=re.M)
-        parts = [part.partition("\n") for part in parts]
-        own = [(title.strip().split(" "), body.rstrip("\n")) for title, _, body in parts]
+        own = [section(part) for part in parts]
         situations = re.findall(r"^(\S.*)\n((?:    .*(?:\n|$))*)", head, flags=re.M)
         if heading.startswith("=== "):
             shared = own

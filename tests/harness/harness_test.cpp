@@ -121,11 +121,11 @@ TEST(CaseCheck, WrittenExpectationsAreThoseOfTheRun) {
     for (const Case& each : file.cases)
         writeExpectations(file, each, testCatalog());
     EXPECT_EQ(caseFileText(file).toStdString(),
-              "=== g\n-- in 0\na:U,b:K\nx,1\n\n== one\nSelectColumns columns=b,no\n"
+              "=== g\n-- in 0 = a:U,b:K | x,1\n\n== one\nSelectColumns columns=b,no\n"
               "    [1] An error occurred while initializing the Action 'SelectColumns':\n"
-              "    The column 'no' is missing on input pin 0.\nSelectColumns columns=b\n    b:K\n"
-              "    1\n\n== two\n-- element\nSelectColumns columns=b\n-- out 0\nb:K\n1\n-- saved\n"
-              "<SelectColumns version='4.16' keep='1'>\n<s>b</s>\n</SelectColumns>\n");
+              "    The column 'no' is missing on input pin 0.\nSelectColumns columns=b\n"
+              "    b:K | 1\n\n== two\n-- element\nSelectColumns columns=b\n-- out 0 = b:K | 1\n"
+              "-- saved\n<SelectColumns version='4.16' keep='1'>\n<s>b</s>\n</SelectColumns>\n");
     const CaseFile again = parseCaseFile(caseFileText(file), "x.case");
     ASSERT_EQ(again.cases.size(), 3);
     for (const Case& each : again.cases)
