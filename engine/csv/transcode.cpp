@@ -1,6 +1,7 @@
 #include "engine/csv/transcode.h"
 
 #include "engine/csv/transcode_blocks.h"
+#include "engine/csv/transcode_wide.h"
 #include "host/cell.h"
 
 #include <algorithm>
@@ -109,12 +110,16 @@ Encoded portable::encodeUtf8(const uchar* units, qsizetype count, char* bytes) {
 }
 
 Decoded decodeUtf8(const uchar* bytes, qsizetype size, uchar* units) {
-    static const auto decode = hasTranscodeBlocks() ? blocks::decodeUtf8 : portable::decodeUtf8;
+    static const auto decode = hasWideTranscode()     ? wide::decodeUtf8
+                               : hasTranscodeBlocks() ? blocks::decodeUtf8
+                                                      : portable::decodeUtf8;
     return decode(bytes, size, units);
 }
 
 Encoded encodeUtf8(const uchar* units, qsizetype count, char* bytes) {
-    static const auto encode = hasTranscodeBlocks() ? blocks::encodeUtf8 : portable::encodeUtf8;
+    static const auto encode = hasWideTranscode()     ? wide::encodeUtf8
+                               : hasTranscodeBlocks() ? blocks::encodeUtf8
+                                                      : portable::encodeUtf8;
     return encode(units, count, bytes);
 }
 

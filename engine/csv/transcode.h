@@ -1,7 +1,7 @@
 /// UTF-8 to UTF-16 and back, between files and String cells.
 ///
 /// Text of any kind goes through blocks of bytes or units at a time where the processor can (see
-/// transcode_blocks.h), else through the portable forms, which give the same.
+/// transcode_wide.h and transcode_blocks.h), else through the portable forms, which give the same.
 #pragma once
 
 #include "engine/csv/text_blocks.h"
@@ -11,7 +11,7 @@ namespace velmorra {
 /// Bytes that a decoded text may be read beyond its end, and code that decodes writes beyond its.
 inline constexpr int transcodeSlack = 64;
 /// Bytes that code that encodes may write beyond its end.
-inline constexpr int encodeSlack = 32;
+inline constexpr int encodeSlack = 64;
 /// Most bytes that a code unit becomes.
 inline constexpr int bytesPerUnit = 3;
 

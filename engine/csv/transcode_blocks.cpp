@@ -116,38 +116,39 @@ inline bool findSequences(__m128i block, Sequences* found) {
 }
 
 /// For eight bytes, as the low halves of units: the units of the characters that end with them.
-/// `third` is set where a character of three bytes ends.
-inline __m128i unitsOf(__m128i bytes, __m128i previous, __m128i beforePrevious, __m128i following,
-                       __m128i third) {
+inline __m128i unitsOf(__m128i bytes, __m128i previous, __m128i following) {
     const __m128i sixBits = _mm_set1_epi16(0x3F);
     const __m128i low = _mm_and_si128(bytes, sixBits);
     const __m128i middle = _mm_slli_epi16(_mm_and_si128(previous, sixBits), 6);
-    const __m128i high = _mm_and_si128(_mm_slli_epi16(beforePrevious, 12), third);
-    return choose(following, _mm_or_si128(_mm_or_si128(low, middle), high), bytes);
+    return choose(following, _mm_or_si128(low, middle), bytes);
+}
+
+/// Writes the units whose bit isn't set and returns the place behind them.
+VELMORRA_SHUFFLES inline uchar* storeWithout(__m128i units, unsigned dropped, uchar* out) {
+    storeBlock(out, shuffled(units, withoutUnits, dropped));
+    return out + 2 * (blockUnits - std::popcount(dropped));
 }
 
 /// Decodes a block and returns the place behind its units. Requires: findSequences said yes.
 VELMORRA_SHUFFLES inline uchar* decodeBlock(__m128i block, const Sequences& found, uchar* out) {
     const __m128i zero = _mm_setzero_si128();
     const __m128i previous = _mm_slli_si128(block, 1);
-    const __m128i beforePrevious = _mm_slli_si128(block, 2);
-    const __m128i third = _mm_slli_si128(found.longLead, 2);
-    const __m128i low = unitsOf(_mm_unpacklo_epi8(block, zero), _mm_unpacklo_epi8(previous, zero),
-                                _mm_unpacklo_epi8(beforePrevious, zero),
-                                _mm_unpacklo_epi8(found.following, found.following),
-                                _mm_unpacklo_epi8(third, third));
-    const __m128i high = unitsOf(_mm_unpackhi_epi8(block, zero), _mm_unpackhi_epi8(previous, zero),
-                                 _mm_unpackhi_epi8(beforePrevious, zero),
-                                 _mm_unpackhi_epi8(found.following, found.following),
-                                 _mm_unpackhi_epi8(third, third));
+    __m128i low = unitsOf(_mm_unpacklo_epi8(block, zero), _mm_unpacklo_epi8(previous, zero),
+                          _mm_unpacklo_epi8(found.following, found.following));
+    __m128i high = unitsOf(_mm_unpackhi_epi8(block, zero), _mm_unpackhi_epi8(previous, zero),
+                           _mm_unpackhi_epi8(found.following, found.following));
+    if (found.longLeads != 0) {
+        // The four bits of the first byte of three.
+        const __m128i top = _mm_and_si128(_mm_slli_epi16(_mm_and_si128(block, found.longLead), 4),
+                                          _mm_set1_epi8(static_cast<char>(0xF0)));
+        const __m128i third = _mm_slli_si128(top, 2);
+        low = _mm_or_si128(low, _mm_unpacklo_epi8(zero, third));
+        high = _mm_or_si128(high, _mm_unpackhi_epi8(zero, third));
+    }
     // Those in which no character ends.
     const unsigned dropped = found.lead | found.longLeads << 1;
-    const unsigned lowDropped = dropped & 0xFF;
-    const unsigned highDropped = dropped >> 8 & 0xFF;
-    storeBlock(out, shuffled(low, withoutUnits, lowDropped));
-    out += 2 * (blockUnits - std::popcount(lowDropped));
-    storeBlock(out, shuffled(high, withoutUnits, highDropped));
-    return out + 2 * (blockUnits - std::popcount(highDropped));
+    out = storeWithout(low, dropped & 0xFF, out);
+    return storeWithout(high, dropped >> 8 & 0xFF, out);
 }
 
 /// Which of eight units take one byte, and which no more than two. All bits of a unit are set, or
@@ -208,9 +209,10 @@ VELMORRA_SHUFFLES Decoded blocks::decodeUtf8(const uchar* bytes, qsizetype size,
     portable::DecodeStep step = {0, units};
     while (step.at < size) {
         const qsizetype left = std::min<qsizetype>(size - step.at, blockBytes);
+        __m128i block = loadBlock(bytes + step.at);
         // What stands behind the text is made ASCII, whose units are then given back.
-        const __m128i block = _mm_and_si128(loadBlock(bytes + step.at),
-                                            loadBlock(firstBytes.data() + blockBytes - left));
+        if (left < blockBytes)
+            block = _mm_and_si128(block, loadBlock(firstBytes.data() + blockBytes - left));
         Sequences found;
         if (!findSequences(block, &found)) {
             step = portable::decodeSome(bytes, size, step.at, step.out);

@@ -1,6 +1,7 @@
 /// Transcoding in blocks gives what the portable form gives, at every place of a block, also of
 /// text that isn't valid.
 #include "engine/csv/transcode_blocks.h"
+#include "engine/csv/transcode_wide.h"
 
 #include <gtest/gtest.h>
 
@@ -80,16 +81,28 @@ std::pair<std::string, qint64> encoded(decltype(encodeUtf8) encode, const std::s
     return {bytes.substr(0, size_t(result.end - bytes.data())), result.broken};
 }
 
+struct Form {
+    decltype(decodeUtf8)* decode;
+    decltype(encodeUtf8)* encode;
+};
+
+/// Those in blocks that this processor can run.
+std::vector<Form> formsInBlocks() {
+    std::vector<Form> forms;
+    if (hasTranscodeBlocks())
+        forms.push_back({blocks::decodeUtf8, blocks::encodeUtf8});
+    if (hasWideTranscode())
+        forms.push_back({wide::decodeUtf8, wide::encodeUtf8});
+    return forms;
+}
+
 } // namespace
 
 TEST(Transcode, BlocksGiveWhatThePortableFormGives) {
-    if (!hasTranscodeBlocks())
-        GTEST_SKIP() << "this processor has no shuffles";
     std::mt19937 random(3);
     for (int round = 0; round < 20000; ++round) {
         const std::string text = randomBytes(random, round % 2 == 0);
         const auto units = decoded(portable::decodeUtf8, text);
-        ASSERT_EQ(decoded(blocks::decodeUtf8, text), units) << testing::PrintToString(text);
         if (round % 2 == 0) {
             EXPECT_EQ(units.second, -1);
             EXPECT_EQ(encoded(portable::encodeUtf8, units.first), std::pair(text, qint64(0)));
@@ -97,20 +110,23 @@ TEST(Transcode, BlocksGiveWhatThePortableFormGives) {
         std::string broken = units.first;
         for (size_t i = 0; round % 4 == 1 && i + 1 < broken.size(); i += 2 * (1 + random() % 9))
             broken[i + 1] = static_cast<char>(0xD8 + random() % 8);
-        ASSERT_EQ(encoded(blocks::encodeUtf8, broken), encoded(portable::encodeUtf8, broken));
+        const auto bytes = encoded(portable::encodeUtf8, broken);
+        for (const Form& form : formsInBlocks()) {
+            ASSERT_EQ(decoded(form.decode, text), units) << testing::PrintToString(text);
+            ASSERT_EQ(encoded(form.encode, broken), bytes) << testing::PrintToString(text);
+        }
     }
 }
 
 TEST(Transcode, EverySequenceOfBytesIsJudgedAsThePortableFormDoes) {
-    if (!hasTranscodeBlocks())
-        GTEST_SKIP() << "this processor has no shuffles";
     for (unsigned pair = 0; pair < 0x10000; ++pair) {
         for (const char* tail : {"\x80", "\xBFz", ""}) {
-            std::string text(pair % 17, 'a');
+            std::string text(pair % 35, 'a');
             text += {static_cast<char>(pair >> 8), static_cast<char>(pair & 0xFF)};
             text += tail;
-            ASSERT_EQ(decoded(blocks::decodeUtf8, text), decoded(portable::decodeUtf8, text))
-                << pair << ' ' << tail;
+            const auto units = decoded(portable::decodeUtf8, text);
+            for (const Form& form : formsInBlocks())
+                ASSERT_EQ(decoded(form.decode, text), units) << pair << ' ' << tail;
         }
     }
 }
