@@ -12,59 +12,48 @@ constexpr quint64 largestBlockBytes = 8 << 20;
 static_assert(largestBlockBytes + mostRowBytes <= mostCellBytes);
 } // namespace
 
-void TextCells::add(const uchar* cell) {
+namespace {
+
+/// Adds a cell; the bytes that it takes with its length field in the shortest form.
+qint64 addText(const uchar* cell, TextCells* texts) {
     const cell::TextView view = cell::text(cell);
-    lengths.push_back(static_cast<quint32>(view.length));
+    texts->lengths.put(static_cast<quint32>(view.length));
     const size_t units = static_cast<size_t>(view.size());
     if (units == 0)
-        return;
-    const size_t before = low.size();
-    const bool hasHigh = takeLowBytes(view.chars, units, low.add(units));
-    if (hasHigh && high.isEmpty())
-        std::memset(high.add(before), 0, before);
-    if (hasHigh || !high.isEmpty())
-        takeHighBytes(view.chars, units, high.add(units));
+        return 1;
+    const size_t before = texts->low.size();
+    const bool hasHigh = takeLowBytes(view.chars, units, texts->low.add(units));
+    if (hasHigh && texts->high.isEmpty())
+        std::memset(texts->high.add(before), 0, before);
+    if (hasHigh || !texts->high.isEmpty())
+        takeHighBytes(view.chars, units, texts->high.add(units));
+    return cell::textCellBytes(view.size());
 }
 
-void TextCells::clear() {
-    lengths.clear();
-    low.clear();
-    high.clear();
-}
+} // namespace
 
 BlockCells::BlockCells(const QVector<MetaInfo>& types, quint32 mostRows) : mostRows_(mostRows) {
-    size_t textColumns = 0;
-    size_t numberColumns = 0;
-    for (const MetaInfo& type : types) {
-        const bool isNumber = type.type == MetaTypeKey || type.type == MetaTypeFloat;
-        types_.push_back(type.type);
-        place_.push_back(static_cast<quint32>(isNumber ? numberColumns++ : textColumns++));
-    }
-    texts_.resize(textColumns);
-    numbers_.resize(numberColumns);
+    for (const MetaInfo& type : types)
+        columns_.push_back({type.type, {}, {}});
 }
 
 bool BlockCells::add(const uchar* const* cells) {
     quint64 bytes = 0;
-    for (size_t i = 0; i < types_.size(); ++i) {
-        if (types_[i] == MetaTypeKey)
-            bytes += 4;
-        else if (types_[i] == MetaTypeFloat)
-            bytes += 8;
-        else // not what the cell takes: its length field may be longer than it has to be
-            bytes += static_cast<quint64>(cell::textCellBytes(cell::text(cells[i]).size()));
+    for (Column& column : columns_) {
+        const uchar* const cell = *cells++;
+        if (column.type == MetaTypeKey) {
+            column.numbers.put(load<quint32>(cell));
+            bytes += sizeof(quint32);
+        } else if (column.type == MetaTypeFloat) {
+            column.numbers.put(load<quint64>(cell));
+            bytes += sizeof(quint64);
+        } else {
+            bytes += static_cast<quint64>(addText(cell, &column.texts));
+            if (bytes > mostRowBytes)
+                return false;
+        }
     }
-    if (bytes > mostRowBytes)
-        return false;
     cellBytes_ += bytes;
-    for (size_t i = 0; i < types_.size(); ++i) {
-        if (types_[i] == MetaTypeKey)
-            numbers_[place_[i]].put(load<quint32>(cells[i]));
-        else if (types_[i] == MetaTypeFloat)
-            numbers_[place_[i]].put(load<quint64>(cells[i]));
-        else
-            texts_[place_[i]].add(cells[i]);
-    }
     ++rows_;
     return true;
 }
@@ -76,10 +65,12 @@ bool BlockCells::isFull() const {
 }
 
 void BlockCells::clear() {
-    for (GrowingBytes& numbers : numbers_)
-        numbers.clear();
-    for (TextCells& texts : texts_)
-        texts.clear();
+    for (Column& column : columns_) {
+        column.numbers.clear();
+        column.texts.lengths.clear();
+        column.texts.low.clear();
+        column.texts.high.clear();
+    }
     rows_ = 0;
     cellBytes_ = 0;
 }

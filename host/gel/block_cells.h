@@ -12,12 +12,14 @@ namespace gel {
 
 /// A text column: lengths as in the length field of a cell, and the texts' bytes.
 struct TextCells {
-    std::vector<quint32> lengths;
+    GrowingBytes lengths; ///< a quint32 for each cell
     GrowingBytes low;
     GrowingBytes high; ///< empty while no unit has a high byte
 
-    void add(const uchar* cell);
-    void clear();
+    size_t count() const { return lengths.size() / sizeof(quint32); }
+    quint32 length(size_t cell) const {
+        return load<quint32>(lengths.data() + sizeof(quint32) * cell);
+    }
 };
 
 class BlockCells {
@@ -25,7 +27,7 @@ public:
     /// `mostRows` is from 1 to mostBlockRows.
     BlockCells(const QVector<MetaInfo>& types, quint32 mostRows);
 
-    /// False, with nothing added, when the row takes more than mostRowBytes.
+    /// False when the row takes more than mostRowBytes: the block is of no use then.
     bool add(const uchar* const* cells);
 
     /// Whether it has as many rows as a block is to have.
@@ -35,18 +37,21 @@ public:
 
     quint32 rows() const { return rows_; }
     quint32 cellBytes() const { return static_cast<quint32>(cellBytes_); }
-    size_t columns() const { return types_.size(); }
-    qint32 type(size_t column) const { return types_[column]; }
+    size_t columns() const { return columns_.size(); }
+    qint32 type(size_t column) const { return columns_[column].type; }
 
     /// Key and Float cells as they are, one behind the other.
-    const GrowingBytes& numbers(size_t column) const { return numbers_[place_[column]]; }
-    const TextCells& texts(size_t column) const { return texts_[place_[column]]; }
+    const GrowingBytes& numbers(size_t column) const { return columns_[column].numbers; }
+    const TextCells& texts(size_t column) const { return columns_[column].texts; }
 
 private:
-    std::vector<qint32> types_;
-    std::vector<quint32> place_; ///< of each column among those of its kind
-    std::vector<GrowingBytes> numbers_;
-    std::vector<TextCells> texts_;
+    struct Column {
+        qint32 type;
+        GrowingBytes numbers;
+        TextCells texts;
+    };
+
+    std::vector<Column> columns_;
     quint32 mostRows_;
     quint32 rows_ = 0;
     quint64 cellBytes_ = 0;

@@ -43,12 +43,12 @@ TextPlan BlockCompressor::planFor(const TextCells& texts) {
     // where there are none.
     plan.repeats = sampleSize(low, size, Kind::Packed) < size - size / 8;
     const Kind kind = plan.repeats ? Kind::RepeatingText : Kind::Text;
-    const size_t width = texts.lengths.front() - 1;
+    const size_t width = texts.length(0) - 1;
     if (TextCodec::canBeTurned(texts) && width <= size / 2) {
         const size_t rows = size / width;
-        sample_.clear();
-        transpose(low, rows, width, sample_.add(rows * width));
-        plan.turned = sampleSize(sample_.data(), sample_.size(), Kind::Text) <
+        turned_.clear();
+        transpose(low, rows, width, turned_.add(rows * width));
+        plan.turned = sampleSize(turned_.data(), turned_.size(), Kind::Text) <
                       sampleSize(low, rows * width, kind);
     }
     plan.repeats &= !plan.turned;
@@ -65,11 +65,12 @@ BlockEntry BlockCompressor::compress(const BlockCells& cells, const BlockPlan& p
                                      GrowingBytes* stored) {
     encoded_.clear();
     stored->clear();
-    cutAt_ = 0;
+    encodedBytes_ = 0;
     for (size_t i = 0; i < cells.columns(); ++i)
         encodeColumn(cells, i, plan[i], stored);
-    cut(Kind::Packed, 0, stored);
-    return {cells.rows(), cells.cellBytes(), static_cast<quint32>(encoded_.size()),
+    if (!encoded_.isEmpty() || stored->isEmpty())
+        cut(Kind::Packed, stored);
+    return {cells.rows(), cells.cellBytes(), static_cast<quint32>(encodedBytes_),
             static_cast<quint32>(stored->size()), checksum(stored->data(), stored->size())};
 }
 
@@ -94,20 +95,37 @@ void BlockCompressor::encodeColumn(const BlockCells& cells, size_t column, TextP
 void BlockCompressor::encodeText(const TextCells& texts, TextPlan plan, GrowingBytes* stored) {
     const bool turned = plan.turned && TextCodec::canBeTurned(texts);
     texts_.encodeHead(texts, turned, &encoded_);
-    const size_t size = texts.low.size() + texts.high.size();
-    if (size >= leastFrame)
-        cut(Kind::Packed, 1, stored);
-    TextCodec::encodeTexts(texts, turned, &encoded_);
-    cut(plan.repeats ? Kind::RepeatingText : Kind::Text, leastFrame, stored);
+    if (turned) {
+        const size_t rows = texts.count();
+        turned_.clear();
+        transpose(texts.low.data(), rows, texts.low.size() / rows, turned_.add(texts.low.size()));
+        put(turned_, Kind::Text, stored);
+        return;
+    }
+    const Kind kind = plan.repeats ? Kind::RepeatingText : Kind::Text;
+    put(texts.low, kind, stored);
+    put(texts.high, kind, stored);
 }
 
-/// Compresses what has been encoded since the last cut, if it is `least` bytes or more.
-void BlockCompressor::cut(Kind kind, size_t least, GrowingBytes* stored) {
-    const size_t size = encoded_.size() - cutAt_;
-    if (size < least)
+/// Takes bytes of their own kind into the block.
+void BlockCompressor::put(const GrowingBytes& bytes, Kind kind, GrowingBytes* stored) {
+    if (bytes.size() < leastFrame) {
+        encoded_.append(bytes.data(), bytes.size());
+        if (encoded_.size() >= leastFrame)
+            cut(kind, stored);
         return;
-    compressFrame(encoded_.data() + cutAt_, size, kind, stored);
-    cutAt_ = encoded_.size();
+    }
+    if (!encoded_.isEmpty())
+        cut(Kind::Packed, stored);
+    encodedBytes_ += bytes.size();
+    compressFrame(bytes.data(), bytes.size(), kind, stored);
+}
+
+/// Compresses what has been encoded since the last cut.
+void BlockCompressor::cut(Kind kind, GrowingBytes* stored) {
+    encodedBytes_ += encoded_.size();
+    compressFrame(encoded_.data(), encoded_.size(), kind, stored);
+    encoded_.clear();
 }
 
 void BlockCompressor::compressFrame(const uchar* bytes, size_t size, Kind kind, GrowingBytes* out) {

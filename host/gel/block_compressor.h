@@ -41,13 +41,14 @@ private:
     size_t sampleSize(const uchar* bytes, size_t size, Kind kind);
     void encodeColumn(const BlockCells& cells, size_t column, TextPlan plan, GrowingBytes* stored);
     void encodeText(const TextCells& texts, TextPlan plan, GrowingBytes* stored);
-    void cut(Kind kind, size_t least, GrowingBytes* stored);
+    void put(const GrowingBytes& bytes, Kind kind, GrowingBytes* stored);
+    void cut(Kind kind, GrowingBytes* stored);
     void compressFrame(const uchar* bytes, size_t size, Kind kind, GrowingBytes* out);
 
     ZSTD_CCtx_s* context_;
-    GrowingBytes encoded_;
-    size_t cutAt_ = 0; ///< what of encoded_ is compressed already
-    GrowingBytes sample_;
+    GrowingBytes encoded_;    ///< what isn't compressed yet
+    size_t encodedBytes_ = 0; ///< in all
+    GrowingBytes turned_;
     GrowingBytes sampleFrame_;
     std::vector<quint64> keys_;
     FloatCodec floats_;

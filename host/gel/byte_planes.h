@@ -32,6 +32,17 @@ inline Units8 widen(const uchar* low) {
     return __builtin_convertvector(bytes, Units8);
 }
 
+/// Writes the low bytes of four units; returns the bits of the units.
+inline quint64 takeLowOfFour(const uchar* units, uchar* low) {
+    quint64 block;
+    std::memcpy(&block, units, sizeof block);
+    quint64 bytes = block & 0x00FF00FF00FF00FFu;
+    bytes = (bytes | bytes >> 8) & 0x0000FFFF0000FFFFu;
+    const quint32 narrow = static_cast<quint32>(bytes | bytes >> 16);
+    std::memcpy(low, &narrow, sizeof narrow);
+    return block;
+}
+
 /// Writes the low bytes of `count` units; returns whether one has a high byte.
 inline bool takeLowBytes(const uchar* units, size_t count, uchar* low) {
     if (count >= 8) {
@@ -47,7 +58,11 @@ inline bool takeLowBytes(const uchar* units, size_t count, uchar* low) {
         std::memcpy(halves, &seen, sizeof halves);
         return ((halves[0] | halves[1]) & 0xFF00FF00FF00FF00u) != 0;
     }
-    unsigned seen = 0;
+    quint64 seen = 0;
+    if (count >= 4) {
+        seen = takeLowOfFour(units, low) | takeLowOfFour(units + 2 * (count - 4), low + count - 4);
+        return (seen & 0xFF00FF00FF00FF00u) != 0;
+    }
     for (size_t i = 0; i < count; ++i) {
         low[i] = units[2 * i];
         seen |= units[2 * i + 1];

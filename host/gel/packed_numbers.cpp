@@ -10,6 +10,7 @@ namespace {
 constexpr unsigned differencesFlag = 0x80;
 // A number of more bits may begin within a byte and end beyond the eighth one.
 constexpr unsigned widestUnaligned = 56;
+constexpr size_t sampleCount = 64;
 
 unsigned widthOf(quint64 largest) {
     const unsigned bits = static_cast<unsigned>(std::bit_width(largest));
@@ -21,7 +22,7 @@ struct Span {
     unsigned width;
 };
 
-/// How differences between neighbours lie, as numbers with a sign.
+/// How differences between neighbours lie, as numbers with a sign. Requires: two numbers.
 Span spanOfDifferences(const quint64* numbers, size_t count) {
     qint64 least = static_cast<qint64>(numbers[1] - numbers[0]);
     qint64 largest = least;
@@ -66,11 +67,19 @@ size_t packedBytes(size_t count, unsigned width) {
 } // namespace
 
 void packNumbers(const quint64* numbers, size_t count, GrowingBytes* out) {
-    const auto [least, largest] = std::minmax_element(numbers, numbers + count);
-    const quint64 base = *least;
-    const unsigned width = widthOf(*largest - base);
-    const Span differences =
-        count > 1 && width > 0 ? spanOfDifferences(numbers, count) : Span{0, width};
+    quint64 base = numbers[0];
+    quint64 largest = base;
+    for (size_t i = 1; i < count; ++i) {
+        base = std::min(base, numbers[i]);
+        largest = std::max(largest, numbers[i]);
+    }
+    const unsigned width = widthOf(largest - base);
+    Span differences = {0, width};
+    // A few neighbours tell whether it is worth looking at all of them.
+    if (count > 1 && width > 0)
+        differences = spanOfDifferences(numbers, std::min(count, sampleCount));
+    if (differences.width < width)
+        differences = spanOfDifferences(numbers, count);
     if (differences.width >= width) {
         out->put(static_cast<uchar>(width));
         out->put(base);

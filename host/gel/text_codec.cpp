@@ -10,26 +10,19 @@ constexpr uchar turnedFlag = 2;
 } // namespace
 
 bool TextCodec::canBeTurned(const TextCells& texts) {
-    const quint32 length = texts.lengths.front();
-    return length > 2 && texts.high.isEmpty() &&
-           std::all_of(texts.lengths.begin(), texts.lengths.end(),
-                       [length](quint32 other) { return other == length; });
+    const quint32 length = texts.length(0);
+    bool isSame = length > 2 && texts.high.isEmpty();
+    for (size_t i = 1; isSame && i < texts.count(); ++i)
+        isSame = texts.length(i) == length;
+    return isSame;
 }
 
 void TextCodec::encodeHead(const TextCells& texts, bool turned, GrowingBytes* out) {
-    numbers_.assign(texts.lengths.begin(), texts.lengths.end());
+    numbers_.resize(texts.count());
+    for (size_t i = 0; i < numbers_.size(); ++i)
+        numbers_[i] = texts.length(i);
     packNumbers(numbers_.data(), numbers_.size(), out);
     out->put(static_cast<uchar>((texts.high.isEmpty() ? 0 : highFlag) | (turned ? turnedFlag : 0)));
-}
-
-void TextCodec::encodeTexts(const TextCells& texts, bool turned, GrowingBytes* out) {
-    if (turned) {
-        const size_t rows = texts.lengths.size();
-        transpose(texts.low.data(), rows, texts.low.size() / rows, out->add(texts.low.size()));
-        return;
-    }
-    out->append(texts.low.data(), texts.low.size());
-    out->append(texts.high.data(), texts.high.size());
 }
 
 /// Bytes of the cells and units in them; -1 when a length is too large.

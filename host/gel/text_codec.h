@@ -13,11 +13,8 @@ class TextCodec {
 public:
     TextCodec() = default;
 
-    /// The bytes in front of the texts themselves.
+    /// The bytes in front of the texts themselves; `turned` only where canBeTurned.
     void encodeHead(const TextCells& texts, bool turned, GrowingBytes* out);
-
-    /// The texts; `turned` only where canBeTurned.
-    static void encodeTexts(const TextCells& texts, bool turned, GrowingBytes* out);
 
     /// Whether all texts have the same length, and at least two units.
     static bool canBeTurned(const TextCells& texts);
