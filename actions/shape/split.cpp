@@ -3,10 +3,19 @@
 #include "plugin/bounds.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
+
+#if defined(__x86_64__) && defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace {
 
 constexpr char16_t lineBreak = u'\r';
+
+/// Bytes of a separator, which make room for the length field of the piece behind it.
+constexpr int roomInFront = 2;
 
 /// The place behind the line break at `place`; a carriage return with its line feed is one.
 int behindLineBreak(const uchar* chars, int units, int place) {
@@ -16,14 +25,38 @@ int behindLineBreak(const uchar* chars, int units, int place) {
 }
 
 template <bool atLineBreaks>
-int findSeparator(const uchar* chars, int units, int from, char16_t separator) {
-    while (from < units) {
-        const char16_t unit = cell::unitAt(chars, from);
-        if (atLineBreaks ? unit == u'\r' || unit == u'\n' : unit == separator)
-            break;
-        ++from;
+bool isSeparator(char16_t unit, char16_t separator) {
+    return atLineBreaks ? unit == u'\r' || unit == u'\n' : unit == separator;
+}
+
+/// Code units that separatorsIn looks at; it reads them all.
+constexpr int blockUnits = 64;
+
+/// A bit for each of the 64 code units that separates.
+template <bool atLineBreaks>
+quint64 separatorsIn(const uchar* chars, char16_t separator) {
+    quint64 mask = 0;
+#if defined(__x86_64__) && defined(__SSE2__)
+    const auto find = [chars](int unit, char16_t wanted) {
+        __m128i eight;
+        std::memcpy(&eight, chars + 2 * unit, sizeof eight);
+        return _mm_cmpeq_epi16(eight, _mm_set1_epi16(static_cast<short>(wanted)));
+    };
+    const auto findAll = [&find, separator](int unit) {
+        if constexpr (atLineBreaks)
+            return _mm_or_si128(find(unit, u'\r'), find(unit, u'\n'));
+        else
+            return find(unit, separator);
+    };
+    for (int unit = 0; unit < blockUnits; unit += 16) {
+        const __m128i sixteen = _mm_packs_epi16(findAll(unit), findAll(unit + 8));
+        mask |= quint64(static_cast<quint16>(_mm_movemask_epi8(sixteen))) << unit;
     }
-    return from;
+#else
+    for (int unit = 0; unit < blockUnits; ++unit)
+        mask |= quint64(isSeparator<atLineBreaks>(cell::unitAt(chars, unit), separator)) << unit;
+#endif
+    return mask;
 }
 
 /// Whether a text is written like a whole number, also one of too many digits.
@@ -96,12 +129,12 @@ qint64 Split::countPieces(const OneRow& row, int column) const {
     const uchar* const chars = reinterpret_cast<const uchar*>(text);
     qint64 count = 1;
     const bool atLineBreaks = separator_ == lineBreak;
-    for (int place = 0; text != nullptr; ++count) {
-        place = atLineBreaks ? findSeparator<true>(chars, units, place, separator_)
-                             : findSeparator<false>(chars, units, place, separator_);
-        if (place == units)
-            break;
-        place = atLineBreaks ? behindLineBreak(chars, units, place) : place + 1;
+    for (int place = 0; place < units;) {
+        const char16_t unit = cell::unitAt(chars, place);
+        const bool separates = atLineBreaks ? isSeparator<true>(unit, separator_)
+                                            : isSeparator<false>(unit, separator_);
+        count += separates ? 1 : 0;
+        place = separates && atLineBreaks ? behindLineBreak(chars, units, place) : place + 1;
     }
     return count;
 }
@@ -176,27 +209,35 @@ void Split::passOn(const OneRow& row) {
 }
 
 /// Points the cells from `first` to in front of `end` at the pieces of a text; what is left of
-/// these becomes null, and what is left of the text is dropped.
+/// these becomes null, and what is left of the text is dropped. The pieces stay where they are in
+/// one copy of the text, in which their length fields take the place of separators.
 template <bool atLineBreaks>
 void Split::cut(const uchar* chars, int units, const uchar** first, const uchar** end) {
-    constexpr qsizetype longestLengthField = 4;
-    // No more pieces than the text has units, and one.
-    const qsizetype count = std::min<qsizetype>(end - first, qsizetype(units) + 1);
-    uchar* bytes = pieces_.alloc(longestLengthField * count + 2 * qsizetype(units));
-    for (int place = 0; first != end; ++first) {
-        const int stop = findSeparator<atLineBreaks>(chars, units, place, separator_);
-        *first = bytes;
-        bytes = writePiece(bytes, chars + 2 * qsizetype(place), stop - place);
-        if (stop == units) {
-            std::fill(first + 1, end, cell::nullCell(MetaTypeText));
-            return;
+    uchar* const text =
+        pieces_.alloc(roomInFront + 2 * (qsizetype(units) + blockUnits)) + roomInFront;
+    std::memcpy(text, chars, 2 * static_cast<size_t>(units));
+    int place = 0;
+    for (int block = 0; block < units; block += blockUnits) {
+        quint64 mask = separatorsIn<atLineBreaks>(text + 2 * qsizetype(block), separator_);
+        if (units - block < blockUnits)
+            mask &= (quint64(1) << (units - block)) - 1;
+        for (; mask != 0; mask &= mask - 1) {
+            const int stop = block + std::countr_zero(mask);
+            if (atLineBreaks && stop < place)
+                continue; // the line feed of a pair
+            *first = pieceAt(text + 2 * qsizetype(place), stop - place);
+            if (++first == end)
+                return;
+            place = atLineBreaks ? behindLineBreak(text, units, stop) : stop + 1;
         }
-        place = atLineBreaks ? behindLineBreak(chars, units, stop) : stop + 1;
     }
+    *first = pieceAt(text + 2 * qsizetype(place), units - place);
+    std::fill(first + 1, end, cell::nullCell(MetaTypeText));
 }
 
-/// Writes the cell of a piece and returns the place behind it.
-uchar* Split::writePiece(uchar* bytes, const uchar* chars, int units) const {
+/// The cell of a piece, with its length field in front of where the text stands. One that needs
+/// more room than a separator had makes the piece move.
+const uchar* Split::pieceAt(uchar* chars, int units) {
     if (trim && separator_ != u' ') {
         const auto isBlank = [&](int place) {
             const char16_t unit = cell::unitAt(chars, place);
@@ -207,5 +248,12 @@ uchar* Split::writePiece(uchar* bytes, const uchar* chars, int units) const {
         for (; units > 0 && isBlank(0); --units)
             chars += 2;
     }
-    return cell::writeText(bytes, chars, units);
+    const int field = cell::lengthFieldBytes(units + 1);
+    if (field <= roomInFront) {
+        cell::writeLength(chars - field, units + 1);
+        return chars - field;
+    }
+    uchar* const moved = pieces_.alloc(field + 2 * qsizetype(units));
+    cell::writeText(moved, chars, units);
+    return moved;
 }

@@ -50,7 +50,7 @@ private:
     void namePieces(OneRow& out, int column, int first, int end) const;
     template <bool atLineBreaks>
     void cut(const uchar* chars, int units, const uchar** first, const uchar** end);
-    uchar* writePiece(uchar* bytes, const uchar* chars, int units) const;
+    const uchar* pieceAt(uchar* chars, int units);
 
     // What the first row resolved.
     std::vector<Source> sources_;

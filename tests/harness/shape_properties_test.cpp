@@ -1,5 +1,6 @@
-/// Flatten and Unflatten on random tables: each is the other's inverse, and Flatten does what a
-/// plain walk over the rows does. All of it under every circumstance.
+/// Flatten, Unflatten and Split on random tables: the first two are each other's inverse, and
+/// Flatten and Split do what plain walks over rows and texts do. All of it under every
+/// circumstance.
 #include "tests/harness/table_check.h"
 
 #include <gtest/gtest.h>
@@ -185,6 +186,48 @@ TEST(Flatten, GivesWhatAWalkOverTheRowsGives) {
                         QLatin1String("'><ToTranspose><s>v</s></ToTranspose></Flatten>")};
         run.inputs[{0, 0}] = tableOf(rows);
         run.inputs[{0, 1}] = tableOf(names);
+        expectTable(run, expected);
+    });
+}
+
+/// A text whose separators stand anywhere, also where a length field or a block of units ends.
+QString textToSplit(Random& random, const QString& separators) {
+    constexpr int sizes[] = {0, 6, 70, 130, 200, 17000};
+    constexpr int distances[] = {2, 20, 20000};
+    const int one = distances[random.below(3)]; // in so many units is a separator
+    QString text(sizes[random.below(6)] - random.below(6), u'x');
+    for (QChar& unit : text) {
+        if (random.below(one) == 0)
+            unit = separators[random.below(static_cast<int>(separators.size()))];
+        else if (random.below(3) == 0)
+            unit = u'é';
+    }
+    return text;
+}
+
+TEST(Split, GivesThePiecesThatStringsGive) {
+    forEachSample([](Random& random) {
+        const bool atLineBreaks = random.below(2) == 0;
+        constexpr int columns = 4;
+        QStringList rows = {QStringLiteral("x:U")};
+        QStringList expected = {QStringLiteral("x:U,x_S0:U,x_S1:U,x_S2:U,x_S3:U")};
+        for (int row = random.below(10); row >= 0; --row) {
+            const QString text =
+                textToSplit(random, atLineBreaks ? QStringLiteral("\r\n") : QStringLiteral(";"));
+            QString plain = text;
+            plain.replace(QLatin1String("\r\n"), QLatin1String("\n")).replace(u'\r', u'\n');
+            QStringList pieces = plain.split(atLineBreaks ? u'\n' : u';').mid(0, columns);
+            for (QString& piece : pieces)
+                piece = QLatin1Char('"') + piece + QLatin1Char('"');
+            pieces.resize(columns);
+            rows += QLatin1Char('"') + text + QLatin1Char('"');
+            expected += rows.back() + QLatin1Char(',') + pieces.join(QLatin1Char(','));
+        }
+        Case run;
+        run.elements = {QLatin1String("<Split fixed='1' number='4' sep='") +
+                        QLatin1String(atLineBreaks ? "LB" : ";") +
+                        QLatin1String("'><s>x</s></Split>")};
+        run.inputs[{0, 0}] = tableOf(rows);
         expectTable(run, expected);
     });
 }
