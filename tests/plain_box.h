@@ -32,6 +32,12 @@ private:
     std::mutex mutex_;
 };
 
+/// Collects the messages of the thread for as long as it lives.
+class HeldLog : public CollectedLog {
+    RunContext context_{this, nullptr};
+    RunContextScope scope_{&context_};
+};
+
 /// What every box must answer that is in no catalogue and stores nothing.
 class PlainBox : public ActionItem {
 public:

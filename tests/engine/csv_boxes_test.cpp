@@ -2,43 +2,23 @@
 #include "engine/boxes/read_csv.h"
 #include "engine/boxes/write_csv.h"
 #include "engine/run.h"
+#include "tests/engine/folder_test.h"
+#include "tests/plain_box.h"
 
 #include <gtest/gtest.h>
-
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QTemporaryDir>
 
 using namespace velmorra;
 
 namespace {
 
-struct Messages : MessageSink {
-    void take(const Message& message) override {
-        text += '[' + std::to_string(message.level) + "] " + message.text.toStdString() + '\n';
-    }
-    std::string text;
-};
-
 /// Copies the rows of a ReadCsv to a WriteCsv through one wire, as a run would.
-class CsvBoxes : public testing::Test {
+class CsvBoxes : public test::FolderTest {
 protected:
     struct Wire : InPin {
         ActionItem* producer = nullptr;
         OutPin out;
         bool done = false;
     };
-
-    QString path(const char* name) const { return folder_.filePath(QLatin1String(name)); }
-    void put(const std::string& text) {
-        QFile file(path("in.csv"));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(text.data(), qint64(text.size()));
-    }
-    std::string get(const char* name = "out.csv") const {
-        QFile file(path(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : "(none)";
-    }
 
     static const OneRow* fetch(InPin& pin) {
         Wire& wire = static_cast<Wire&>(pin);
@@ -59,9 +39,7 @@ protected:
 
     /// "done", or what the run said. The output is committed only when nothing failed.
     std::string run() {
-        Messages messages;
-        RunContext context{&messages, nullptr};
-        const RunContextScope scope(&context);
+        test::HeldLog log;
         parameters_.runStatus = RunStatus::Running;
         Wire wire;
         wire.producer = &read_;
@@ -85,11 +63,10 @@ protected:
         rows_ = write_.rowsWritten();
         read_.afterRun();
         write_.afterRun();
-        EXPECT_EQ(QDir(folder_.path()).entryList({".*"}, QDir::Files | QDir::Hidden).size(), 0);
-        return messages.text.empty() ? "done" : messages.text;
+        EXPECT_TRUE(names().filter(".velmorra").isEmpty());
+        return log.master.isEmpty() ? "done" : log.master.join('\n').toStdString() + '\n';
     }
 
-    QTemporaryDir folder_;
     GlobalParameters parameters_;
     RunOptions options_;
     ReadCsv read_{XMLNode::emptyNode(), &parameters_};
@@ -129,10 +106,7 @@ TEST_F(CsvBoxes, GiveTablesWithoutRowsOrColumns) {
 }
 
 TEST_F(CsvBoxes, LeaveTheEarlierFileWhenAnythingFails) {
-    QFile earlier(path("out.csv"));
-    ASSERT_TRUE(earlier.open(QIODevice::WriteOnly));
-    earlier.write("old");
-    earlier.close();
+    put("old", "out.csv");
     const std::string in = "'" + path("in.csv").toStdString() + "'";
     EXPECT_EQ(run(), "[1] cannot read " + in + ": No such file or directory\n");
     put("a,b\n1,2\n1\n");
@@ -228,9 +202,7 @@ TEST_F(CsvBoxes, WarnOnceOfHalfCharacters) {
     next = &out.row;
     pin.fetch = [](InPin&) { return std::exchange(next, nullptr); };
     InPin* const pins[] = {&pin};
-    Messages messages;
-    RunContext context{&messages, nullptr};
-    const RunContextScope scope(&context);
+    test::HeldLog log;
     write_.connectPins(pins, nullptr, true);
     write_.rewindRun();
     ASSERT_FALSE(write_.beforeRun());
@@ -239,5 +211,5 @@ TEST_F(CsvBoxes, WarnOnceOfHalfCharacters) {
     EXPECT_TRUE(write_.finishOutput() && write_.commitOutput());
     write_.afterRun();
     EXPECT_EQ(get(), "t\n\xEF\xBF\xBD\n");
-    EXPECT_EQ(messages.text.substr(0, 26), "[2] 1 half characters (lon");
+    EXPECT_EQ(log.master.join('\n').left(26), "[2] 1 half characters (lon");
 }

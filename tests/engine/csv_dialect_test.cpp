@@ -1,33 +1,27 @@
 /// Files that aren't comma-separated UTF-8: delimiters, quotes, comments, decimal commas and
 /// encodings, through the reader of whole files.
 #include "csv_text.h"
+#include "folder_test.h"
 
 #include "engine/csv/csv_reader.h"
 #include "engine/csv/dialect.h"
 
 #include <gtest/gtest.h>
 
-#include <QtCore/QFile>
-#include <QtCore/QTemporaryDir>
-
 using namespace velmorra;
 
 namespace {
 
-class CsvDialect : public testing::Test {
+class CsvDialect : public test::FolderTest {
 protected:
     /// The names, and the rows under them, or the problem without the file's name.
     std::string read(const std::string& bytes) {
-        const QString path = folder_.filePath(QStringLiteral("t.csv"));
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes.data(), qint64(bytes.size()));
-        file.close();
+        put(bytes);
         CsvReader reader;
-        const bool opened = reader.open(path, settings_, {});
+        const bool opened = reader.open(path("in.csv"), settings_, {});
         notices_ = reader.notices().join(u'\n').toStdString();
         if (!opened)
-            return withoutName(reader.problem(), path);
+            return withoutName(reader.problem());
         std::string text;
         for (const QString& name : reader.shape().names)
             text += (text.empty() ? "" : "|") + name.toStdString();
@@ -42,11 +36,11 @@ protected:
                 text += '\n';
             }
         } while (batch.end == BatchEnd::More);
-        return batch.problem.isNull() ? text : withoutName(batch.problem, path);
+        return batch.problem.isNull() ? text : withoutName(batch.problem);
     }
 
-    static std::string withoutName(QString problem, const QString& path) {
-        return problem.replace(u'\'' + path + u'\'', QLatin1String("file")).toStdString();
+    std::string withoutName(QString problem) const {
+        return problem.replace(u'\'' + path("in.csv") + u'\'', QLatin1String("file")).toStdString();
     }
 
     std::string readAs(TextEncoding encoding, const std::string& bytes) {
@@ -54,7 +48,6 @@ protected:
         return read(bytes);
     }
 
-    QTemporaryDir folder_;
     CsvTableSettings settings_;
     std::string notices_;
 };

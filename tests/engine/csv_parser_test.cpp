@@ -7,68 +7,13 @@ using namespace velmorra;
 
 namespace {
 
-struct Options {
-    qint64 piece = 1 << 20;
-    CsvSettings settings;
-    std::vector<CsvColumn> columns; ///< empty: text, named by the header
-    QVector<SortInfos> sort;
-    bool header = true;
-    int rowsAtATime = RowBatch::maxRows;
-};
-
-struct Parsed {
-    std::string rows; ///< cells with | between them, a line for each row
-    std::string problem;
-    std::vector<qint64> batchLines;
-};
-
-void appendRows(const RowBatch& batch, const std::vector<CsvColumn>& columns, Parsed* parsed) {
-    for (int i = 0; i < batch.rows; ++i) {
-        for (int c = 0; c < batch.columns; ++c) {
-            parsed->rows += (c > 0 ? "|" : "");
-            parsed->rows += shownCellText(batch.row(i)[c], columns[size_t(c)].metaType);
-        }
-        parsed->rows += '\n';
-    }
-    if (batch.rows > 0)
-        parsed->batchLines.push_back(batch.firstLine);
-}
-
-Parsed parse(const std::string& bytes, const Options& options = {}) {
-    CsvParser parser(bytesSource(bytes, options.piece), QStringLiteral("'t.csv'"),
-                     options.settings);
-    Parsed parsed;
-    const RowBatch& first = parser.readFirstRow();
-    parsed.problem = first.problem.toStdString();
-    if (first.end == BatchEnd::Failed)
-        return parsed;
-    std::vector<CsvColumn> columns = options.columns;
-    PinOutMetaData shape;
-    const int count = first.columns > 0 || options.header ? first.columns : 1;
-    for (int c = 0; c < count; ++c) {
-        if (options.columns.empty())
-            columns.push_back({qStringFromBytes(first.cells[size_t(c)])});
-        shape.names.push_back(columns[size_t(c)].name);
-        shape.types.push_back(MetaInfo(columns[size_t(c)].metaType, -1));
-    }
-    shape.sort = options.sort;
-    parser.setColumns(columns, shape, !options.header);
-    RowBatch batch;
-    do {
-        parser.fill(batch, options.rowsAtATime);
-        appendRows(batch, columns, &parsed);
-    } while (batch.end == BatchEnd::More);
-    parsed.problem = batch.problem.toStdString();
-    return parsed;
-}
-
-std::string rowsOf(const std::string& bytes, const Options& options = {}) {
-    const Parsed parsed = parse(bytes, options);
+std::string rowsOf(const std::string& bytes, const CsvWays& options = {}) {
+    const CsvRead parsed = readCsv(bytes, options);
     return parsed.problem.empty() ? parsed.rows : parsed.problem;
 }
 
-std::string problemOf(const std::string& bytes, const Options& options = {}) {
-    const Parsed parsed = parse(bytes, options);
+std::string problemOf(const std::string& bytes, const CsvWays& options = {}) {
+    const CsvRead parsed = readCsv(bytes, options);
     return parsed.problem.empty() ? "rows: " + parsed.rows : parsed.problem;
 }
 
@@ -99,7 +44,7 @@ TEST(CsvParser, TellsNullFromEmptyAndKnowsEmptyLines) {
 }
 
 TEST(CsvParser, GivesTheFirstRowAsDataWhereThereIsNoHeader) {
-    Options options;
+    CsvWays options;
     options.header = false;
     options.columns = keyFloatText;
     EXPECT_EQ(rowsOf("\n7,1.5,\"\"\n8,,x\n", options), "7|1.5|\"\"\n8|~|x\n");
@@ -107,14 +52,14 @@ TEST(CsvParser, GivesTheFirstRowAsDataWhereThereIsNoHeader) {
               "'t.csv' line 1, column 2 'x': 'a' is not a Float (a decimal number)");
     options.columns = {{QStringLiteral("col1"), MetaTypeKey, true, 100}};
     options.rowsAtATime = 2;
-    const Parsed parsed = parse("\n\n\n5\n\n", options);
+    const CsvRead parsed = readCsv("\n\n\n5\n\n", options);
     EXPECT_EQ(parsed.rows, "~\n~\n~\n5\n~\n");
     EXPECT_EQ(parsed.batchLines, (std::vector<qint64>{1, 3, 5}));
     EXPECT_EQ(rowsOf("\n\n", options), "~\n~\n");
 }
 
 TEST(CsvParser, ReadsTheDeclaredTypes) {
-    Options options;
+    CsvWays options;
     options.columns = keyFloatText;
     EXPECT_EQ(rowsOf("h,h,h\n0,-1.5e3,a\n4294967293,+.5,b\n,,\n\"7\",\"1\",c\n0007,inf,d\n"
                      "1,-inf,e\n1,nan,f\n1,-NaN,g\n1,1e-400,h\n",
@@ -176,7 +121,7 @@ TEST(CsvParser, GivesTheSameRowsHoweverTheBytesArrive) {
     }
     for (const qint64 piece : {1, 2, 3, 7, 64, 1000, 1 << 20}) {
         for (const int rows : {1, 7, 1024}) {
-            Options options;
+            CsvWays options;
             options.piece = piece;
             options.rowsAtATime = rows;
             EXPECT_EQ(rowsOf(file, options), expected) << piece << ' ' << rows;
@@ -211,7 +156,7 @@ TEST(CsvParser, NamesThePlaceOfWhatIsBroken) {
 }
 
 TEST(CsvParser, KeepsTheRowsInFrontOfAProblem) {
-    const Parsed parsed = parse("a,b\n1,2\n3,4\n5\n6,7\n");
+    const CsvRead parsed = readCsv("a,b\n1,2\n3,4\n5\n6,7\n", {});
     EXPECT_EQ(parsed.rows, "1|2\n3|4\n");
     EXPECT_FALSE(parsed.problem.empty());
 }
@@ -227,7 +172,7 @@ TEST(CsvParser, RefusesInvalidUtf8) {
 }
 
 TEST(CsvParser, BoundsFieldsAndColumns) {
-    Options options;
+    CsvWays options;
     options.settings.fieldLimit = 5;
     EXPECT_EQ(rowsOf("h\n12345\n\"12345\"\n", options), "12345\n12345\n");
     EXPECT_EQ(problemOf("h\n123456\n", options),
@@ -244,7 +189,7 @@ TEST(CsvParser, BoundsFieldsAndColumns) {
 }
 
 TEST(CsvParser, PassesOverColumnsThatNobodyReads) {
-    Options options;
+    CsvWays options;
     options.columns = keyFloatText;
     options.columns[0].wanted = false;
     options.columns[2].wanted = false;
@@ -255,7 +200,7 @@ TEST(CsvParser, PassesOverColumnsThatNobodyReads) {
 }
 
 TEST(CsvParser, ChecksTheDeclaredOrderAcrossBatches) {
-    Options options;
+    CsvWays options;
     options.columns = keyFloatText;
     options.sort = {{0, SortNumberRising}, {2, SortTextRising}};
     for (const int rows : {1, 2, 1024}) {

@@ -23,54 +23,27 @@ struct KeptRejects : RejectedRows {
     int left = 1 << 30;
 };
 
-struct Options {
-    CsvSettings settings;
-    std::string types = "KU"; ///< a letter for each column
-    bool header = true;
-    bool sorted = false; ///< by the first column
-    qint64 piece = 1 << 20;
-};
-
 /// The rows that were read, and behind a line of dashes those that were rejected.
-std::string split(const std::string& bytes, const Options& options, KeptRejects& rejects) {
-    CsvParser parser(bytesSource(bytes, options.piece), QStringLiteral("f"), options.settings);
-    parser.rejectTo(&rejects);
-    const RowBatch& first = parser.readFirstRow();
-    if (first.end == BatchEnd::Failed)
-        return first.problem.toStdString();
-    std::vector<CsvColumn> columns;
-    PinOutMetaData shape;
-    for (const char type : options.types) {
-        columns.push_back({QStringLiteral("c"), type, true, 0xFFFFFFFDu});
-        shape.names.push_back(QStringLiteral("c"));
-        shape.types.push_back(MetaInfo(type, -1));
-    }
-    if (options.sorted)
-        shape.sort = {{0, SortNumberRising}};
-    parser.setColumns(columns, shape, !options.header);
-    std::string text;
-    RowBatch batch;
-    do {
-        parser.fill(batch, 3);
-        for (int i = 0; i < batch.rows; ++i) {
-            for (int c = 0; c < batch.columns; ++c)
-                text += (c > 0 ? "|" : "") + shownCellText(batch.row(i)[c], shape.types[c].type);
-            text += '\n';
-        }
-    } while (batch.end == BatchEnd::More);
-    text += "--\n";
+std::string split(const std::string& bytes, CsvWays ways, KeptRejects& rejects) {
+    ways.rejects = &rejects;
+    ways.rowsAtATime = 3;
+    if (ways.columns.empty())
+        ways.columns = columnsOf("KU");
+    const CsvRead read = readCsv(bytes, ways);
+    if (!read.isRead)
+        return read.problem;
+    std::string text = read.rows + "--\n";
     for (const std::string& row : rejects.rows)
         text += row + ';';
-    return text + batch.problem.toStdString();
+    return text + read.problem;
 }
 
-std::string split(const std::string& bytes, const Options& options = {}) {
+std::string split(const std::string& bytes, CsvWays ways = {}) {
     std::string result;
     for (const qint64 piece : {1, 5, 1 << 20}) {
-        Options again = options;
-        again.piece = piece;
+        ways.piece = piece;
         KeptRejects rejects;
-        const std::string text = split(bytes, again, rejects);
+        const std::string text = split(bytes, ways, rejects);
         EXPECT_TRUE(result.empty() || result == text) << piece;
         result = text;
     }
@@ -83,14 +56,14 @@ TEST(CsvRejects, TakeWholeRowsThatAreRaggedOrDoNotFit) {
     EXPECT_EQ(split("a,b\n1,x\n2\n3,y,z\r\n4,w\n"), "1|x\n4|w\n--\n2\n;3,y,z\r\n;");
     EXPECT_EQ(split("a,b\nx,\"two\nlines\"\n2,y\n-1,z"), "2|y\n--\nx,\"two\nlines\"\n;-1,z;");
     EXPECT_EQ(split("a,b\n1,x\n2,\"\xFF\"\n3,\xC3\n4,y\n"), "1|x\n4|y\n--\n2,\"\xFF\"\n;3,\xC3\n;");
-    Options options;
-    options.sorted = true;
+    CsvWays options;
+    options.sort = {{0, SortNumberRising}};
     EXPECT_EQ(split("a,b\n1,x\n5,x\n2,y\n4,y\n5,z\n\n7\n6,w\n", options),
               "1|x\n5|x\n5|z\n6|w\n--\n2,y\n;4,y\n;7\n;");
-    options.sorted = false;
+    options.sort.clear();
     options.header = false;
     EXPECT_EQ(split("\nx,\"1\n\"\n2,y\n", options), "2|y\n--\nx,\"1\n\"\n;");
-    options.types = "K";
+    options.columns = columnsOf("K");
     EXPECT_EQ(split("\n7\nx\n\n8", options), "~\n7\n~\n8\n--\nx\n;");
 }
 
@@ -117,7 +90,7 @@ TEST(CsvRejects, BoundWhatABrokenRowTakes) {
     KeptRejects rejects;
     EXPECT_EQ(split("a,b\n1,\"x\n" + rows + "2,\"y\"\n", {}, rejects),
               expected + "2|y\n--\n1,\"x\n;");
-    Options options;
+    CsvWays options;
     options.settings.fieldLimit = 100;
     EXPECT_EQ(split("a,b\n1,\"x\n" + rows, options), expected + "--\n1,\"x\n;");
     const std::string line = "1," + std::string(300 << 10, 'x') + "\n";
@@ -125,7 +98,7 @@ TEST(CsvRejects, BoundWhatABrokenRowTakes) {
     EXPECT_EQ(rejects.rows.back(), line);
     // Nothing is right, and no memory is piled up for it.
     KeptRejects all;
-    options.types = "KF";
+    options.columns = columnsOf("KF");
     EXPECT_EQ(split("a,b\n" + rows, options, all).substr(0, 3), "--\n");
     EXPECT_EQ(all.rows.size(), 20000u);
 }
@@ -133,9 +106,10 @@ TEST(CsvRejects, BoundWhatABrokenRowTakes) {
 TEST(CsvRejects, LeaveTheHeaderAndAFullDiskAsFailures) {
     KeptRejects rejects;
     EXPECT_EQ(split("a,\"b\n1,2\n", {}, rejects),
-              "f line 1, column 2: the file ends inside the quotes that open here: 'b'");
+              "'t.csv' line 1, column 2: the file ends inside the quotes that open here: 'b'");
     rejects.left = 1;
     EXPECT_EQ(split("a,b\nx,1\ny,2\nz,3\n", {}, rejects), "--\nx,1\n;y,2\n;full");
-    EXPECT_EQ(rejects.problems.front(),
-              "f line 2, column 1 'c': 'x' is not a Key (a whole number from 0 to 4294967293)");
+    EXPECT_EQ(
+        rejects.problems.front(),
+        "'t.csv' line 2, column 1 'c': 'x' is not a Key (a whole number from 0 to 4294967293)");
 }

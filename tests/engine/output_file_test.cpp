@@ -1,13 +1,11 @@
 /// Atomic output: what stands in the folder after success, failure and discard, and pipes.
 #include "engine/input_file.h"
 #include "engine/output_file.h"
+#include "tests/engine/folder_test.h"
 
 #include <gtest/gtest.h>
 
-#include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QFile>
-#include <QtCore/QTemporaryDir>
 
 #include <atomic>
 #include <csignal>
@@ -21,31 +19,14 @@ using namespace velmorra;
 
 namespace {
 
-class OutputFileTest : public testing::Test {
+class OutputFileTest : public test::FolderTest {
 protected:
-    QString path(const char* name) const { return folder_.filePath(QLatin1String(name)); }
     QByteArray bytesPath(const char* name) const { return QFile::encodeName(path(name)); }
-
-    void put(const char* name, const char* text) {
-        QFile file(path(name));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(text);
-    }
-    std::string get(const char* name) const {
-        QFile file(path(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : "(none)";
-    }
-    QStringList names() const {
-        return QDir(folder_.path())
-            .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
-    }
     unsigned mode(const char* name) const {
         struct stat status = {};
         ::stat(bytesPath(name).constData(), &status);
         return status.st_mode & 0777u;
     }
-
-    QTemporaryDir folder_;
 };
 
 bool writeText(OutputFile& output, const std::string& text) {
@@ -70,7 +51,7 @@ TEST_F(OutputFileTest, AppearsWholeOnCommit) {
 }
 
 TEST_F(OutputFileTest, LeavesTheEarlierFileUntilThenAndKeepsItsMode) {
-    put("out.csv", "old");
+    put("old", "out.csv");
     ::chmod(bytesPath("out.csv").constData(), 0640);
     {
         OutputFile output;
@@ -113,7 +94,7 @@ TEST_F(OutputFileTest, SaysWhyItCannotWrite) {
               "cannot write '" + here + "/none/out.csv': No such file or directory");
     EXPECT_EQ(problem(folder_.path()), "cannot write '" + here + "': it is a directory");
     EXPECT_EQ(problem(""), "cannot write '': no file name given");
-    put("file", "");
+    put("", "file");
     EXPECT_EQ(problem(path("file/out.csv")),
               "cannot write '" + here + "/file/out.csv': Not a directory");
     OutputFile full;
@@ -124,7 +105,7 @@ TEST_F(OutputFileTest, SaysWhyItCannotWrite) {
 }
 
 TEST_F(OutputFileTest, KeepsTheFirstErrorOfAFileThatCannotGrow) {
-    put("out.csv", "old");
+    put("old", "out.csv");
     struct rlimit before = {};
     ::getrlimit(RLIMIT_FSIZE, &before);
     const auto ignored = std::signal(SIGXFSZ, SIG_IGN);
@@ -228,7 +209,7 @@ TEST_F(OutputFileTest, InputSaysWhyItCannotRead) {
     EXPECT_EQ(problem(path("none.csv")),
               "cannot read '" + here + "/none.csv': No such file or directory");
     EXPECT_EQ(problem(folder_.path()), "cannot read '" + here + "': it is a directory");
-    put("in.csv", "0123456789");
+    put("0123456789", "in.csv");
     InputFile input;
     ASSERT_TRUE(input.open(path("in.csv"), {}));
     uchar bytes[4];

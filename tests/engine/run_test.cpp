@@ -18,32 +18,6 @@ std::vector<quint32> range(quint32 count) {
     return keysOf;
 }
 
-/// Runs every graph twice: as it is, and with every row going through the temporary file.
-class RunTest : public testing::TestWithParam<bool> {
-protected:
-    RunTest() {
-        options.spoolEveryWire = GetParam();
-        if (GetParam()) {
-            options.spoolMemory = 0;
-            options.spoolBlock = 64;
-        }
-    }
-
-    RunOutcome run() {
-        velmorra::Run running(graph, messages, options);
-        return running.execute();
-    }
-
-    int add(const Script& script) { return addScript(graph, script); }
-    void link(int from, int to, int out = 0, int in = 0) { graph.addLink({from, out, to, in}); }
-
-    Graph graph;
-    KeptMessages messages;
-    RunOptions options;
-    std::vector<quint32> first;
-    std::vector<quint32> second;
-};
-
 /// Takes all of pin 1, then all of pin 0, and hands both on.
 Script secondPinFirst() {
     Script script{.pinsIn = 2, .pinsOut = 1, .step = nullptr};
@@ -62,6 +36,44 @@ Script secondPinFirst() {
     script.before = [](ScriptedBox& box) { return box.state = 0; };
     return script;
 }
+
+/// Runs every graph twice: as it is, and with every row going through the temporary file.
+class RunTest : public testing::TestWithParam<bool> {
+protected:
+    RunTest() {
+        options.spoolEveryWire = GetParam();
+        if (GetParam()) {
+            options.spoolMemory = 0;
+            options.spoolBlock = 64;
+        }
+    }
+
+    RunOutcome run() {
+        velmorra::Run running(graph, messages, options);
+        return running.execute();
+    }
+
+    int add(const Script& script) { return addScript(graph, script); }
+    void link(int from, int to, int out = 0, int in = 0) { graph.addLink({from, out, to, in}); }
+    /// Adds a box behind pin 0 of another one.
+    int behind(int from, const Script& script, int out = 0) {
+        const int added = add(script);
+        link(from, added, out);
+        return added;
+    }
+    /// Both pins of a box that reads the second one first, behind these.
+    int joined(int left, int right, int rightOut = 0) {
+        const int join = behind(left, secondPinFirst());
+        link(right, join, rightOut, 1);
+        return join;
+    }
+
+    Graph graph;
+    KeptMessages messages;
+    RunOptions options;
+    std::vector<quint32> first;
+    std::vector<quint32> second;
+};
 
 /// Even Keys on pin 0, odd ones on pin 1, multiples of ten on both.
 Script deal() {
@@ -86,13 +98,9 @@ Script deal() {
 
 TEST_P(RunTest, aRunOfThousandsOfBoxesDeepEnds) {
     int last = add(keys(3));
-    for (int i = 0; i < Graph::maxBoxes - 2; ++i) {
-        const int next = add(pass());
-        link(last, next);
-        last = next;
-    }
-    const int sink = add(collect(first));
-    link(last, sink);
+    for (int i = 0; i < Graph::maxBoxes - 2; ++i)
+        last = behind(last, pass());
+    behind(last, collect(first));
     ASSERT_TRUE(graph.checkWiring().isEmpty());
     EXPECT_EQ(run(), RunOutcome::Done);
     EXPECT_EQ(first, range(3));
@@ -100,14 +108,7 @@ TEST_P(RunTest, aRunOfThousandsOfBoxesDeepEnds) {
 
 TEST_P(RunTest, aSplitThatJoinsAgainLosesNothingWhenOneSideIsReadFirst) {
     const int source = add(keys(3000));
-    const int left = add(pass());
-    const int right = add(pass());
-    const int join = add(secondPinFirst());
-    link(source, left);
-    link(source, right);
-    link(left, join, 0, 0);
-    link(right, join, 0, 1);
-    link(join, add(collect(first)));
+    behind(joined(behind(source, pass()), behind(source, pass())), collect(first));
     EXPECT_EQ(run(), RunOutcome::Done);
     std::vector<quint32> expected = range(3000);
     expected.insert(expected.end(), first.begin(), first.begin() + 3000);
@@ -115,13 +116,8 @@ TEST_P(RunTest, aSplitThatJoinsAgainLosesNothingWhenOneSideIsReadFirst) {
 }
 
 TEST_P(RunTest, outputPinsOfOneBoxRunAtTheirOwnSpeed) {
-    const int source = add(keys(100));
-    const int dealer = add(deal());
-    const int join = add(secondPinFirst());
-    link(source, dealer);
-    link(dealer, join, 0, 0);
-    link(dealer, join, 1, 1);
-    link(join, add(collect(first)));
+    const int dealer = behind(add(keys(100)), deal());
+    behind(joined(dealer, dealer, 1), collect(first));
     EXPECT_EQ(run(), RunOutcome::Done);
     ASSERT_EQ(first.size(), 110u);
     EXPECT_EQ(first[0], 0u);
@@ -131,18 +127,15 @@ TEST_P(RunTest, outputPinsOfOneBoxRunAtTheirOwnSpeed) {
 }
 
 TEST_P(RunTest, aSinkThatHasEnoughEndsAnEndlessSource) {
-    const int source = add(keys(-1));
-    link(source, add(collect(first, 10)));
+    behind(add(keys(-1)), collect(first, 10));
     EXPECT_EQ(run(), RunOutcome::Done);
     EXPECT_EQ(first, range(10));
 }
 
 TEST_P(RunTest, aBranchThatEndedEarlyHoldsNoRowsForItsSake) {
     const int source = add(keys(200000));
-    const int middle = add(pass());
-    link(source, middle);
-    link(middle, add(collect(first, 5)));
-    link(source, add(collect(second)));
+    behind(behind(source, pass()), collect(first, 5));
+    behind(source, collect(second));
     // Far too little for the rows that the first branch leaves unread.
     options.spoolMemory = 0;
     options.spoolBlock = 64;
@@ -153,40 +146,24 @@ TEST_P(RunTest, aBranchThatEndedEarlyHoldsNoRowsForItsSake) {
     EXPECT_TRUE(messages.lines.empty()) << messages.lines[0];
 }
 
-TEST_P(RunTest, aFullTemporaryFileFailsTheRunWithAMessage) {
+TEST_P(RunTest, aTemporaryFileThatIsFullOrCanNotBeFailsTheRunWithAMessage) {
     const int source = add(keys(200000));
-    const int join = add(secondPinFirst());
-    link(source, join, 0, 0);
-    link(source, join, 0, 1);
-    link(join, add(collect(first)));
+    behind(joined(source, source), collect(first));
     options.spoolMemory = 0;
     options.spoolBlock = 4096;
     options.spoolFileLimit = 100 * 1024;
     EXPECT_EQ(run(), RunOutcome::Failed);
-    ASSERT_EQ(messages.lines.size(), 1u);
-    EXPECT_NE(messages.lines[0].find("limit of 102400 bytes"), std::string::npos);
-}
-
-TEST_P(RunTest, aTemporaryFolderThatIsGoneFailsTheRunWithAMessage) {
-    const int source = add(keys(200000));
-    const int join = add(secondPinFirst());
-    link(source, join, 0, 0);
-    link(source, join, 0, 1);
-    options.spoolMemory = 0;
     options.temporaryFolder = QStringLiteral("/nonexistent/folder");
     EXPECT_EQ(run(), RunOutcome::Failed);
-    ASSERT_EQ(messages.lines.size(), 1u);
-    EXPECT_NE(messages.lines[0].find("/nonexistent/folder"), std::string::npos);
+    ASSERT_EQ(messages.lines.size(), 2u);
+    EXPECT_NE(messages.lines[0].find("limit of 102400 bytes"), std::string::npos);
+    EXPECT_NE(messages.lines[1].find("/nonexistent/folder"), std::string::npos);
 }
 
 TEST_P(RunTest, unconnectedPinsAreEmptyTablesAndDroppedRows) {
-    const int join = add(secondPinFirst());
-    link(join, add(collect(first)));
-    add(keys(100)); // its rows go nowhere
-    const int source = add(keys(50));
-    const int dealer = add(deal()); // pin 1 goes nowhere
-    link(source, dealer);
-    link(dealer, add(collect(second)), 0);
+    behind(add(secondPinFirst()), collect(first));
+    add(keys(100));                                         // its rows go nowhere
+    behind(behind(add(keys(50)), deal()), collect(second)); // nor those of pin 1
     EXPECT_EQ(run(), RunOutcome::Done);
     EXPECT_TRUE(first.empty());
     EXPECT_EQ(second.size(), 25u);
@@ -195,16 +172,13 @@ TEST_P(RunTest, unconnectedPinsAreEmptyTablesAndDroppedRows) {
 TEST_P(RunTest, theRowOfAStepThatEndsIsDelivered) {
     Script last = pass();
     last.step = [](ScriptedBox& box) {
-        const OneRow* const in = box.getNextRowFromInPin(0);
-        box.getOutputRowForOutputPin(0)->copyFrom(*in);
+        box.getOutputRowForOutputPin(0)->copyFrom(*box.getNextRowFromInPin(0));
         box.setRowReadyForOutput(0);
         return true;
     };
     const int source = add(keys(100));
-    const int end = add(last);
-    link(source, end);
-    link(end, add(collect(first)));
-    link(source, add(collect(second)));
+    behind(behind(source, last), collect(first));
+    behind(source, collect(second));
     EXPECT_EQ(run(), RunOutcome::Done);
     EXPECT_EQ(first, range(1));
     EXPECT_EQ(second, range(100));
@@ -212,58 +186,49 @@ TEST_P(RunTest, theRowOfAStepThatEndsIsDelivered) {
 
 TEST_P(RunTest, aFailureEndsEveryBranchAndAfterRunAlwaysComes) {
     int ended = 0;
+    const auto count = [&](ScriptedBox&) { ++ended; };
     Script failing = pass();
     failing.step = [](ScriptedBox& box) {
         return box.getNextRowFromInPin(0) == nullptr || (++box.steps > 10 && box.fail("broken\n"));
     };
-    failing.after = [&](ScriptedBox&) { ++ended; };
     Script watched = collect(first);
-    watched.after = [&](ScriptedBox&) { ++ended; };
+    failing.after = watched.after = count;
     const int source = add(keys(-1));
-    const int box = add(failing);
-    link(source, box);
-    link(source, add(watched));
+    behind(source, failing);
+    behind(source, watched);
     EXPECT_EQ(run(), RunOutcome::Failed);
     EXPECT_EQ(ended, 2);
     EXPECT_EQ(messages.lines, std::vector<std::string>{"[1] 2: broken\n"});
-}
-
-TEST_P(RunTest, aRefusalRunsNothingAndAfterRunStillComes) {
-    int ended = 0;
-    Script refusing = collect(first);
+    // A refusal runs nothing.
+    Script refusing = collect(second);
     refusing.before = [](ScriptedBox&) { return true; };
-    refusing.after = [&](ScriptedBox&) { ++ended; };
-    link(add(keys(10)), add(refusing));
+    refusing.after = count;
+    behind(source, refusing);
     EXPECT_EQ(run(), RunOutcome::Failed);
-    EXPECT_EQ(ended, 1);
-    EXPECT_TRUE(first.empty());
+    EXPECT_EQ(ended, 5);
+    EXPECT_TRUE(second.empty());
 }
 
 TEST_P(RunTest, anExceptionOfABoxBecomesAMessageThatNamesIt) {
     Script hungry = pass();
     hungry.step = [](ScriptedBox&) -> bool { throw std::bad_alloc(); };
-    const int source = add(keys(10));
-    const int box = add(hungry);
-    link(source, box);
-    link(box, add(collect(first)));
+    behind(behind(add(keys(10)), hungry), collect(first));
     EXPECT_EQ(run(), RunOutcome::Failed);
     EXPECT_EQ(messages.lines, std::vector<std::string>{"[1] 2: Scripted: Memory Allocation Error"});
 }
 
 TEST_P(RunTest, aCancelEndsAnEndlessRunSoonAndSilently) {
     const int source = add(keys(-1));
-    const int middle = add(pass());
-    link(source, middle);
     Script counting = collect(first);
     counting.step = [](ScriptedBox& box) { return box.getNextRowFromInPin(0) == nullptr; };
-    link(middle, add(counting));
+    behind(behind(source, pass()), counting);
     Script draining = counting; // drains its pin within one step, as an index build does
     draining.step = [](ScriptedBox& box) {
         while (box.getNextRowFromInPin(0) != nullptr) {
         }
         return box.fail(QStringLiteral("the input ended"));
     };
-    link(source, add(draining));
+    behind(source, draining);
     velmorra::Run running(graph, messages, options);
     std::chrono::steady_clock::time_point cancelled;
     std::thread canceller([&] {
@@ -366,4 +331,3 @@ TEST(EmptyTables, aProbeThatFailsIsOneWarning) {
               std::vector<std::string>{"[2] 2: the columns of its empty table can't be told: "
                                        "no column 'x'"});
 }
-

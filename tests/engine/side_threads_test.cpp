@@ -2,13 +2,10 @@
 #include "engine/boxes/read_csv.h"
 #include "engine/boxes/write_csv.h"
 #include "engine/run.h"
+#include "tests/engine/folder_test.h"
 #include "tests/engine/scripted_box.h"
 
 #include <gtest/gtest.h>
-
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QTemporaryDir>
 
 #include <fcntl.h>
 #include <optional>
@@ -39,20 +36,11 @@ Script remark(qint64 every) {
     return script;
 }
 
-class SideThreadsTest : public testing::Test {
+class SideThreadsTest : public FolderTest {
 protected:
-    QString path(const char* name) const { return folder_.filePath(QLatin1String(name)); }
-    void put(const std::string& text) const {
-        QFile file(path("in.csv"));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(text.data(), qint64(text.size()));
-    }
     std::string take(const char* name) const {
-        QFile file(path(name));
-        std::string text = "(none)";
-        if (file.open(QIODevice::ReadOnly))
-            text = file.readAll().toStdString();
-        file.remove();
+        const std::string text = get(name);
+        QFile::remove(path(name));
         return text;
     }
 
@@ -83,8 +71,6 @@ protected:
         EXPECT_TRUE(QDir(folder_.path()).entryList({".*"}, QDir::Files | QDir::Hidden).isEmpty());
         return seen;
     }
-
-    QTemporaryDir folder_;
 };
 
 std::string randomTable(std::mt19937& random) {

@@ -11,9 +11,7 @@ using namespace velmorra;
 
 namespace {
 
-struct Result {
-    std::string text;
-    std::string problem;
+struct Result : CsvRead {
     std::string written;
     std::string rejected;
 };
@@ -31,42 +29,26 @@ struct Rejects : RejectedRows {
 Result parse(const std::string& bytes, qint64 piece, int rows, bool typed,
              CsvSettings settings = {}, bool rejecting = false) {
     settings.fieldLimit = 4096;
-    CsvParser parser(bytesSource(bytes, piece), QStringLiteral("'f'"), settings);
+    CsvWays ways{.piece = piece, .settings = settings, .rowsAtATime = rows};
     Rejects rejects;
     if (rejecting)
-        parser.rejectTo(&rejects);
-    const RowBatch& first = parser.readFirstRow();
-    Result result;
-    result.problem = first.problem.toStdString();
-    if (first.end == BatchEnd::Failed)
-        return result;
+        ways.rejects = &rejects;
+    const int count = CsvParser(bytesSource(bytes, piece), {}, settings).readFirstRow().columns;
     PinOutMetaData shape;
-    std::vector<CsvColumn> columns;
-    for (int c = 0; c < first.columns; ++c) {
-        const qint32 types[] = {MetaTypeText, MetaTypeKey, MetaTypeFloat};
-        const qint32 type = typed ? types[c % 3] : qint32(MetaTypeText);
-        columns.push_back({QStringLiteral("c"), type, !typed || c % 5 != 4, 0xFFFFFFFDu});
-        shape.names.push_back(QStringLiteral("c"));
-        shape.types.push_back(MetaInfo(type, -1));
+    ways.columns = columnsOf(std::string(size_t(std::max(count, 1)), 'U'));
+    for (size_t c = 0; c < ways.columns.size(); ++c) {
+        ways.columns[c].metaType = typed ? "UKF"[c % 3] : 'U';
+        ways.columns[c].wanted = !typed || c % 5 != 4;
+        shape.types.push_back(MetaInfo(ways.columns[c].metaType, -1));
     }
-    if (typed && first.columns > 0)
-        shape.sort = {{0, SortTextRising}};
-    parser.setColumns(columns, shape, true);
+    ways.header = false;
+    if (typed)
+        ways.sort = {{0, SortTextRising}};
     CsvFormatter formatter;
     formatter.setColumns(shape);
-    RowBatch batch;
-    do {
-        parser.fill(batch, rows);
-        for (int i = 0; i < batch.rows; ++i) {
-            for (int c = 0; c < batch.columns; ++c) {
-                const qint32 type = columns[size_t(c)].metaType;
-                result.text += shownCellText(batch.row(i)[c], type) + '|';
-            }
-            result.text += '\n';
-            formatter.writeRow(batch.row(i));
-        }
-    } while (batch.end == BatchEnd::More);
-    result.problem = batch.problem.toStdString();
+    Result result;
+    static_cast<CsvRead&>(result) =
+        readCsv(bytes, ways, [&](const uchar* const* row) { formatter.writeRow(row); });
     result.rejected = rejects.bytes;
     result.written.assign(formatter.bytes(), size_t(formatter.size()));
     return result;
@@ -93,9 +75,9 @@ CsvSettings dialectBy(unsigned char byte) {
 void checkRejects(const std::string& bytes, const CsvSettings& settings) {
     const Result whole = parse(bytes, 1 << 20, RowBatch::maxRows, true, settings, true);
     const Result pieces = parse(bytes, 3, 2, true, settings, true);
-    require(whole.text == pieces.text && whole.rejected == pieces.rejected);
+    require(whole.rows == pieces.rows && whole.rejected == pieces.rejected);
     require(whole.problem.empty() == pieces.problem.empty());
-    const bool headerRead = !whole.text.empty() || !whole.rejected.empty();
+    const bool headerRead = !whole.rows.empty() || !whole.rejected.empty();
     require(!headerRead || whole.problem.empty());
 }
 
@@ -123,11 +105,11 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
     for (const bool typed : {false, true}) {
         const Result whole = parse(bytes, 1 << 20, RowBatch::maxRows, typed);
         const Result pieces = parse(bytes, 3, 2, typed);
-        require(whole.text == pieces.text);
+        require(whole.rows == pieces.rows);
         require(whole.problem.empty() == pieces.problem.empty());
         if (!typed) {
             const Result again = parse(whole.written, 1 << 20, RowBatch::maxRows, false);
-            require(again.problem.empty() && again.text == whole.text);
+            require(again.problem.empty() && again.rows == whole.rows);
         }
     }
     checkRejects(bytes, dialectBy(size > 0 ? data[size - 1] : 0));

@@ -30,9 +30,7 @@ void forEachAction(const std::function<void(const ActionItem&)>& check) {
     ASSERT_FALSE(testCatalog().prototypes().empty());
     for (const auto& prototype : testCatalog().prototypes()) {
         SCOPED_TRACE(prototype->actionName());
-        CollectedLog heldBack;
-        RunContext context{&heldBack, nullptr};
-        const RunContextScope scope(&context);
+        test::HeldLog heldBack;
         check(*prototype);
     }
 }
@@ -189,9 +187,7 @@ RunOutcome runEndless(const Case& run, bool cancelFirst) {
     CaseGraph built;
     SourceHabits habits;
     habits.endless = true;
-    CollectedLog log;
-    RunContext context{&log, nullptr};
-    const RunContextScope scope(&context);
+    test::HeldLog log;
     buildGraph(built, run, testCatalog(), habits, true);
     if (!built.problem.isEmpty())
         return RunOutcome::Failed;
@@ -243,21 +239,9 @@ void failInMaster(const ActionItem& prototype, Case run) {
         }
         table = renamed;
     }
-    GlobalParameters parameters;
-    QString problem;
-    CollectedLog log;
-    const auto elements = makeElements(run, testCatalog(), parameters, problem);
-    if (!problem.isEmpty())
-        return;
-    std::vector<const PackedTable*> inputs(static_cast<size_t>(elements.front()->nPinIn));
-    for (const auto& [place, table] : run.inputs) {
-        if (place.pin < elements.front()->nPinIn)
-            inputs[static_cast<size_t>(place.pin)] = table.get();
-    }
     mustEnd(prototype.actionName(), "a failure with waiting copies", [&] {
-        const ParallelResult result =
-            runParallelSection(*elements.front(), inputs, log, {3, {}, 1});
-        EXPECT_EQ(result.defect.toStdString(), "");
+        const CaseResult result = runCase(run, testCatalog(), Circumstance::ThreeCopies);
+        EXPECT_EQ(result.problem.toStdString(), "");
     });
 }
 

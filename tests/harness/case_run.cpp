@@ -45,9 +45,7 @@ bool isFatal(const ElementProblem& problem, const QString& element) {
 
 /// Asks for the columns of the expected pins, with the messages held back.
 void askColumns(const CaseGraph& built, CaseResult& result) {
-    CollectedLog heldBack;
-    RunContext context{&heldBack, nullptr};
-    const RunContextScope scope(&context);
+    test::HeldLog heldBack;
     for (const auto& [place, sink] : built.sinks) {
         const PinColumns columns = columnsOfPin(
             built.graph, built.elements[static_cast<size_t>(place.element)], place.pin);
@@ -88,9 +86,7 @@ bool standsTogether(const PackedTable& table, int column) {
 
 CaseResult runParallel(const Case& run, const ActionCatalog& catalog, int copies) {
     CaseResult result;
-    CollectedLog log;
-    RunContext context{&log, nullptr};
-    const RunContextScope scope(&context);
+    test::HeldLog log;
     GlobalParameters parameters;
     setParameters(run, parameters);
     const auto elements = makeElements(run, catalog, parameters, result.problem);
@@ -116,27 +112,10 @@ CaseResult runParallel(const Case& run, const ActionCatalog& catalog, int copies
 } // namespace
 
 const char* nameOf(Circumstance circumstance) {
-    switch (circumstance) {
-    case Circumstance::Plain:
-        return "plain";
-    case Circumstance::OddAddresses:
-        return "odd_addresses";
-    case Circumstance::TinySpools:
-        return "tiny_spools";
-    case Circumstance::LatePins:
-        return "late_pins";
-    case Circumstance::TwoRuns:
-        return "two_runs";
-    case Circumstance::ColumnsFirst:
-        return "columns_first";
-    case Circumstance::OneCopy:
-        return "one_copy";
-    case Circumstance::TwoCopies:
-        return "two_copies";
-    case Circumstance::ThreeCopies:
-        return "three_copies";
-    }
-    return "";
+    static constexpr const char* names[] = {"plain",     "odd_addresses", "tiny_spools",
+                                            "late_pins", "two_runs",      "columns_first",
+                                            "one_copy",  "two_copies",    "three_copies"};
+    return names[static_cast<int>(circumstance)];
 }
 
 int copiesOf(Circumstance circumstance) {
@@ -208,9 +187,7 @@ CaseResult runCase(const Case& run, const ActionCatalog& catalog, Circumstance c
     if (copiesOf(circumstance) > 0)
         return runParallel(run, catalog, copiesOf(circumstance));
     CaseResult result;
-    CollectedLog log;
-    RunContext context{&log, nullptr};
-    const RunContextScope scope(&context);
+    test::HeldLog log;
     CaseGraph built;
     buildGraph(built, run, catalog, habitsOf(circumstance), allPins);
     result.problem = built.problem;
@@ -230,9 +207,7 @@ CaseResult runCase(const Case& run, const ActionCatalog& catalog, Circumstance c
 
 bool answersParallel(const Case& run, const ActionCatalog& catalog,
                      const QString& partitionColumn) {
-    CollectedLog heldBack;
-    RunContext context{&heldBack, nullptr};
-    const RunContextScope scope(&context);
+    test::HeldLog heldBack;
     GlobalParameters parameters;
     setParameters(run, parameters);
     QString problem;
@@ -260,9 +235,7 @@ std::optional<QString> parallelPartition(const Case& run, const ActionCatalog& c
 }
 
 QString savedText(const Case& run, const ActionCatalog& catalog) {
-    CollectedLog heldBack;
-    RunContext context{&heldBack, nullptr};
-    const RunContextScope scope(&context);
+    test::HeldLog heldBack;
     GlobalParameters parameters;
     setParameters(run, parameters);
     QString problem;

@@ -17,16 +17,11 @@ int below(Random& random, int limit) {
 
 /// Texts that escaping, splitting and formatting are likely to get wrong.
 QString nastyText(Random& random) {
-    static const QStringList pieces = {
-        QStringLiteral("a"),          QStringLiteral(" "),      QStringLiteral("'"),
-        QStringLiteral("\""),         QStringLiteral("&"),      QStringLiteral("&amp;"),
-        QStringLiteral("<"),          QStringLiteral(">"),      QStringLiteral("]]>"),
-        QStringLiteral("%1"),         QStringLiteral("\t"),     QStringLiteral("\n"),
-        QStringLiteral("\r"),         QStringLiteral("\r\n"),   QStringLiteral("${x}"),
-        QStringLiteral(":/"),         QStringLiteral("\u00e9"), QStringLiteral("\u00a0"),
-        QStringLiteral("\u4e2d"),     QStringLiteral("<!--"),   QStringLiteral("</s>"),
-        QStringLiteral("\U0001F600"), QStringLiteral("0"),      QStringLiteral(","),
-    };
+    static const QStringList pieces =
+        QStringLiteral(
+            "a^ ^'^\"^&^&amp;^<^>^]]>^%1^\t^\n^\r^\r\n^${x}^:/^\u00e9^\u00a0^\u4e2d^<!--^"
+            "</s>^\U0001F600^0^,")
+            .split(QLatin1Char('^'));
     QString text = QStringLiteral("");
     for (int count = below(random, 6); count > 0; --count)
         text += pieces[below(random, static_cast<int>(pieces.size()))];

@@ -1,5 +1,6 @@
 /// What table shaping does that a case file can't say: pins that are added and removed, counters at
 /// the end of their numbers, and orders that no file declares.
+#include "tests/plain_box.h"
 #include "tests/plugin/hand_driven.h"
 #include "tests/plugin/loaded_plugin.h"
 
@@ -19,13 +20,6 @@ using Append = Shaping;
 using InsertKey = Shaping;
 using Flatten = Shaping;
 using Unflatten = Shaping;
-
-/// Keeps the texts of messages.
-class KeptTexts : public MessageSink {
-public:
-    void take(const Message& message) override { texts.push_back(message.text); }
-    QStringList texts;
-};
 
 /// A pin that hands out one and the same row, so many times.
 struct RepeatingPin : InPin {
@@ -103,14 +97,13 @@ TEST_F(Flatten, HasPinsForItsListsInAdvancedMode) {
 
 TEST_F(Flatten, SaysWhyItDoesNotRunInParallel) {
     const auto action = made(ActionIndex::Flatten, "<Flatten key='a%1'/>");
-    KeptTexts kept;
-    RunContext context{&kept, nullptr};
-    const RunContextScope scope(&context);
+    velmorra::test::HeldLog kept;
     bool answer = true;
     EXPECT_EQ(action->canRunInParallel("b", &answer), 0);
-    EXPECT_EQ(kept.texts,
-              QStringList{"Error in 'flatten': Please select the column 'a%1' as partition-column "
-                          "to be able to run 'flatten' in parallel."});
+    EXPECT_EQ(
+        kept.master,
+        QStringList{"[1] Error in 'flatten': Please select the column 'a%1' as partition-column "
+                    "to be able to run 'flatten' in parallel."});
     EXPECT_FALSE(answer);
     EXPECT_TRUE(action->actionFailed);
 }

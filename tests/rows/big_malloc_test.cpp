@@ -1,6 +1,6 @@
 #include "rows/big_malloc.h"
 
-#include "tests/rows/collected_log.h"
+#include "tests/plain_box.h"
 
 #include <gtest/gtest.h>
 
@@ -22,10 +22,10 @@ TEST(BigMalloc, givesZeroedPages) {
 }
 
 TEST(BigMalloc, givesUpAfterFiftyTries) {
-    CollectedMessages log;
+    velmorra::test::HeldLog log;
     EXPECT_EQ(bigMalloc(qint64(1) << 60), nullptr);
-    EXPECT_EQ(log.texts.size(), 50);
-    EXPECT_EQ(log.texts.front(), QStringLiteral("4 Warning: Big Malloc() failed. Retrying..."));
+    EXPECT_EQ(log.master.size(), 50);
+    EXPECT_EQ(log.master.front(), QStringLiteral("[4] Warning: Big Malloc() failed. Retrying..."));
     for (const qint64 impossible : {qint64(0), qint64(-1)})
         EXPECT_EQ(bigMalloc(impossible), nullptr);
 }

@@ -2,7 +2,7 @@
 /// other, each partition turning round the order of equal keys.
 #include "rows/key_index.h"
 
-#include "tests/rows/collected_log.h"
+#include "tests/plain_box.h"
 #include "tests/rows/random_cells.h"
 
 #include <gtest/gtest.h>
@@ -189,20 +189,20 @@ TEST(KeyIndex, tellsTheDuplicateThatTheTreeMeetsFirst) {
             textKeys.push_back(textBytes(text));
             texts.addString(text.data());
         }
-        const QString start = QStringLiteral(
-            "1 Error: Primary key in column 'id %1' on pin 1 is not unique: Duplicate value is :'");
-        CollectedMessages log;
+        const QString start = QStringLiteral("[1] Error: Primary key in column 'id %1' on pin 1 is "
+                                             "not unique: Duplicate value is :'");
+        velmorra::test::HeldLog log;
         const Reference ofNumbers = referenceOf(numberKeys);
         EXPECT_EQ(numbers.buildKey(), !ofNumbers.duplicates.empty());
         if (!ofNumbers.duplicates.empty()) {
             const quint32 key = cell::loadKey(ofNumbers.duplicates.front().data());
-            EXPECT_EQ(log.texts, QStringList(start + QString::number(key) + QLatin1Char('\'')));
+            EXPECT_EQ(log.master, QStringList(start + QString::number(key) + QLatin1Char('\'')));
         }
-        log.texts.clear();
+        log.master.clear();
         const Bytes first = referenceOf(textKeys).duplicates.front();
         EXPECT_TRUE(texts.buildString());
-        EXPECT_EQ(log.texts, QStringList(start + QString::fromStdU16String(textOf(first)) +
-                                         QLatin1Char('\'')));
+        EXPECT_EQ(log.master, QStringList(start + QString::fromStdU16String(textOf(first)) +
+                                          QLatin1Char('\'')));
         EXPECT_FALSE(texts.outOfMemory());
     }
 }
@@ -252,7 +252,7 @@ TEST(KeyIndex, survivesWantOfMemoryAtEachPoint) {
     const int living = BigMallocWatch::livingBlocks();
     int calls = 0;
     for (bool failed = true; failed; ++calls) {
-        CollectedMessages log;
+        velmorra::test::HeldLog log;
         BigMallocWatch::failAfter(calls);
         {
             KeyIndex index(300, 16, DuplicatePolicy::ChainDuplicates);
@@ -266,7 +266,7 @@ TEST(KeyIndex, survivesWantOfMemoryAtEachPoint) {
         }
         BigMallocWatch::failAfter(-1);
         EXPECT_EQ(BigMallocWatch::livingBlocks(), living);
-        EXPECT_EQ(log.texts.isEmpty(), !failed);
+        EXPECT_EQ(log.master.isEmpty(), !failed);
     }
     EXPECT_GT(calls, 5);
 }

@@ -1,6 +1,6 @@
 #include "rows/packed_row.h"
 
-#include "tests/rows/collected_log.h"
+#include "tests/plain_box.h"
 #include "tests/rows/random_cells.h"
 
 #include <gtest/gtest.h>
@@ -101,9 +101,9 @@ TEST(PackedRow, takesColumnsByNameInTheOrderOfTheNames) {
     Bytes bytes(8);
     packRow(descriptor, row.cells, bytes.data());
     EXPECT_EQ(cell::loadKey(bytes.data()), 8u);
-    CollectedMessages log;
+    velmorra::test::HeldLog log;
     EXPECT_TRUE(descriptorFromNames(descriptor, row, {"c1", "no %1"}));
-    EXPECT_EQ(log.texts, QStringList("1 cannot find column 'no %1'"));
+    EXPECT_EQ(log.master, QStringList("[1] cannot find column 'no %1'"));
 }
 
 TEST(PackedRow, ofNoColumnsHasNoBytes) {

@@ -1,7 +1,7 @@
 /// SlaveTableStore against a list that is searched from its end.
 #include "rows/slave_table_store.h"
 
-#include "tests/rows/collected_log.h"
+#include "tests/plain_box.h"
 #include "tests/rows/random_cells.h"
 
 #include <gtest/gtest.h>
