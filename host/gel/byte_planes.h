@@ -93,11 +93,6 @@ inline void joinUnits(const uchar* low, const uchar* high, size_t count, uchar* 
 }
 
 /// Turns `rows` rows of `width` bytes into `width` rows of `rows` bytes.
-inline void transpose(const uchar* bytes, size_t rows, size_t width, uchar* out) {
-    for (size_t column = 0; column < width; ++column) {
-        for (size_t row = 0; row < rows; ++row)
-            *out++ = bytes[row * width + column];
-    }
-}
+void transpose(const uchar* bytes, size_t rows, size_t width, uchar* out);
 
 } // namespace gel

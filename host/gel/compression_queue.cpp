@@ -12,14 +12,17 @@ constexpr size_t blocksOfAPlan = 32;
 } // namespace
 
 CompressionQueue::CompressionQueue(const QVector<MetaInfo>& types, int workers, quint32 blockRows) {
+    for (int i = 0; i < std::max(workers, 1) + 1; ++i)
+        blocks_.push_back(std::make_unique<Block>(types, blockRows));
+    for (int i = 0; i < workers; ++i)
+        compressors_.push_back(std::make_unique<BlockCompressor>());
+    threads_.reserve(compressors_.size());
     try {
-        for (int i = 0; i < workers; ++i)
-            threads_.emplace_back([this] { work(); });
+        for (const auto& compressor : compressors_)
+            threads_.emplace_back([this, &compressor] { work(compressor.get()); });
     } catch (const std::system_error&) {
         // Fewer do as well.
     }
-    for (size_t i = 0; i < std::max<size_t>(threads_.size(), 1) + 1; ++i)
-        blocks_.push_back(std::make_unique<Block>(types, blockRows));
 }
 
 CompressionQueue::~CompressionQueue() {
@@ -40,8 +43,7 @@ void CompressionQueue::compress(BlockCompressor* compressor, Block* block) {
     }
 }
 
-void CompressionQueue::work() {
-    BlockCompressor compressor;
+void CompressionQueue::work(BlockCompressor* compressor) {
     std::unique_lock<std::mutex> guard(lock_);
     for (;;) {
         changed_.wait(guard, [this] { return stops_ || !waiting_.empty(); });
@@ -50,7 +52,7 @@ void CompressionQueue::work() {
         Block* const block = waiting_.front();
         waiting_.pop_front();
         guard.unlock();
-        compress(&compressor, block);
+        compress(compressor, block);
         guard.lock();
         block->isDone = true;
         changed_.notify_all();

@@ -47,13 +47,14 @@ public:
     const Block& take();
 
 private:
-    void work();
+    void work(BlockCompressor* compressor);
     static void compress(BlockCompressor* compressor, Block* block);
 
     std::vector<std::unique_ptr<Block>> blocks_; ///< used in turn
     size_t filling_ = 0;
     size_t pending_ = 0;
     BlockCompressor own_;
+    std::vector<std::unique_ptr<BlockCompressor>> compressors_; ///< one for each thread
     std::shared_ptr<const BlockPlan> plan_;
     size_t submitted_ = 0;
     std::mutex lock_; ///< guards what follows, and isDone of the blocks

@@ -29,6 +29,9 @@ public:
     /// "'x.gel' is not a gel file"; a null string when there is nothing wrong.
     const QString& problem() const { return problem_; }
 
+    /// The path for messages: "standard input" for `-`.
+    const QString& shownName() const { return shownName_; }
+
     const PinOutMetaData& columns() const { return columns_; }
     quint64 rows() const { return rows_; }
     size_t blocks() const { return index_.size(); }

@@ -4,6 +4,10 @@
 
 namespace gel {
 
+namespace {
+constexpr size_t mostWarnings = 20;
+} // namespace
+
 GelReader::GelReader() = default;
 
 GelReader::~GelReader() {
@@ -26,6 +30,7 @@ void GelReader::close() {
     file_.close();
     problem_ = {};
     warnings_.clear();
+    skipped_ = 0;
     blocksTaken_ = 0;
 }
 
@@ -52,8 +57,14 @@ bool GelReader::nextBlock() {
             rows_ = nullptr;
             return false;
         }
-        warnings_.push_back(file_.blockProblem(block) + QStringLiteral("; it is passed over"));
+        if (++skipped_ <= mostWarnings)
+            warnings_.push_back(file_.blockProblem(block) + QStringLiteral("; it is passed over"));
     }
+    if (skipped_ > mostWarnings)
+        warnings_.push_back(file_.shownName() +
+                            QStringLiteral(" is damaged: %1 more blocks are passed over")
+                                .arg(skipped_ - mostWarnings));
+    skipped_ = 0;
     return false;
 }
 

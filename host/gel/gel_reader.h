@@ -33,7 +33,8 @@ public:
     /// Whether there is a problem or a warning that wasn't taken.
     bool hasNews() const { return !problem_.isNull() || !warnings_.isEmpty(); }
 
-    /// What was passed over since the last call: a line for each block.
+    /// What was passed over since the last call: a line for each block, up to a number of them, and
+    /// one for all others at the end of the table.
     QStringList takeWarnings();
 
     const PinOutMetaData& columns() const { return file_.columns(); }
@@ -61,6 +62,7 @@ private:
     bool skips_ = false;
     QString problem_;
     QStringList warnings_;
+    size_t skipped_ = 0;
     std::atomic<size_t> blocksTaken_{0};
     std::atomic<size_t> blocks_{0};
 };

@@ -32,7 +32,6 @@ QString GelWriter::start(const PinOutMetaData& columns) {
 
 QString GelWriter::add(const uchar* const* cells) {
     BlockCells& block = queue_->filling();
-    // What is above mostRowBytes by numbers alone has too many columns to be stored.
     if (!block.add(cells))
         return QStringLiteral("row %1 takes more than %2 MiB, which is the most that a row of a "
                               "gel file may take")

@@ -2,6 +2,8 @@
 
 #include "host/gel/packed_numbers.h"
 
+#include <algorithm>
+
 namespace gel {
 
 namespace {
@@ -69,7 +71,9 @@ qint64 TextCodec::decode(ByteTaker* bytes, size_t count, uchar* cells, quint64 c
     if (low == nullptr || ((flags & highFlag) != 0 && high == nullptr))
         return -1;
     if ((flags & turnedFlag) != 0) {
-        if (high != nullptr || units % count != 0)
+        const bool isOneLength = std::count(numbers_.begin(), numbers_.end(), numbers_[0]) ==
+                                 static_cast<qsizetype>(count);
+        if (high != nullptr || !isOneLength)
             return -1;
         turned_.clear();
         transpose(low, units / count, count, turned_.add(units));

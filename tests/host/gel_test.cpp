@@ -146,6 +146,20 @@ TEST_F(Gel, RefusesWhatIsNoWholeFileBeforeTheFirstRow) {
     }
 }
 
+TEST_F(Gel, SaysOnceHowManyMoreBlocksArePassedOver) {
+    std::mt19937_64 random(14);
+    const PackedRows table = randomGelTable(random, 3, 200);
+    QByteArray bytes = gelBytes(table, 0, 4);
+    const qsizetype index = bytes.size() - qsizetype(gel::footerBytes + 50 * gel::indexEntryBytes);
+    for (qsizetype at = 200; at < index; ++at) // behind the header
+        bytes[at] = 0;
+    writeFile(path("a.gel"), bytes);
+    const ReadResult result = readGel(path("a.gel"), true, true);
+    EXPECT_TRUE(result.problem.isNull() && result.table.rows.size() <= 8);
+    ASSERT_EQ(result.warnings.size(), 21);
+    EXPECT_TRUE(result.warnings[20].contains(QLatin1String("more blocks are passed over")));
+}
+
 /// Messages, and the parameters of a run.
 struct ReaderRun : MessageSink {
     void take(const Message& message) override {
