@@ -30,7 +30,7 @@ const PinOutMetaData* TablePin::shapeOf(InPin& pin) {
 
 HandDriven::HandDriven(std::unique_ptr<ActionItem> action, HandDriven* master)
     : action_(std::move(action)),
-      outPins_(1) {
+      outPins_(static_cast<size_t>(action_->nPinOut)) {
     action_->parallelGroup = &group_;
     if (master == nullptr)
         return;
@@ -40,7 +40,8 @@ HandDriven::HandDriven(std::unique_ptr<ActionItem> action, HandDriven* master)
 
 bool HandDriven::begin(const std::vector<InPin*>& pins) {
     inPins_ = pins;
-    outPins_.front().row.makeFresh();
+    for (OutPin& pin : outPins_)
+        pin.row.makeFresh();
     action_->connectPins(inPins_.data(), outPins_.data(), true);
     RunContext context{this, action_.get()};
     const RunContextScope scope(&context);
@@ -51,7 +52,8 @@ bool HandDriven::begin(const std::vector<InPin*>& pins) {
 bool HandDriven::step() {
     RunContext context{this, action_.get()};
     const RunContextScope scope(&context);
-    outPins_.front().ready = false;
+    for (OutPin& pin : outPins_)
+        pin.ready = false;
     return action_->runStep(action_.get());
 }
 
