@@ -111,7 +111,11 @@ TablePlan TablePlanner::plan() {
     const Place last{count_ - 1, 0};
     if (elements_.front()->nPinIn > 0)
         inputs_.try_emplace({0, 0}, PinTable{0, 0, standardStream, {}, {}});
-    if (elements_.back()->nPinOut > 0)
+    // Who asks for another pin on standard output wants that one.
+    const bool isTaken = std::any_of(outputs_.begin(), outputs_.end(), [](const auto& entry) {
+        return entry.second.file == standardStream;
+    });
+    if (elements_.back()->nPinOut > 0 && !isTaken)
         outputs_.try_emplace(last, PinTable{last.first, 0, standardStream, {}, {}});
     takeDeclarations(options_.types, "--types", &PinTable::types);
     takeDeclarations(options_.sorted, "--sorted", &PinTable::sorted);

@@ -71,6 +71,9 @@ class Apply(CommandLineTest):
                         "2.1=renames.csv", "--out", "out.csv", "--out", "1.0=between.csv"), "")
         self.assertEqual(self.read("out.csv"), "key,first name\n1,Ann\n2,Bob\n3,\n")
         self.assertEqual(self.read("between.csv"), "id,name\n1,Ann\n2,Bob\n3,\n")
+        self.assertEqual(
+            self.answer("apply", "FilterOnKey", "slaveKey=what", "mainKeys=name", "--in",
+                        "people.csv", "--in", "1=drop.csv", "--out", "2=-"), PEOPLE)
 
     def test_parameters_types_and_limits(self):
         self.write("prices.csv", "day:K:01,price:F\n1,1.5\n2,2\n3,4\n")
