@@ -87,6 +87,14 @@ bool shortDecimal(double size, Decimal* decimal) {
     return true;
 }
 
+/// Moves the digits behind the point by one place: always as many as there may be, which is faster
+/// than to count.
+void moveUp(char* digits) {
+    std::array<char, safeDigits> kept;
+    std::memcpy(kept.data(), digits, kept.size());
+    std::memcpy(digits + 1, kept.data(), kept.size());
+}
+
 int putDecimal(const Decimal& decimal, char* out) {
     char* const end = std::to_chars(out, out + numberTextRoom, decimal.whole).ptr;
     const int digits = static_cast<int>(end - out);
@@ -94,7 +102,7 @@ int putDecimal(const Decimal& decimal, char* out) {
         return digits;
     const int inFront = digits - decimal.places;
     if (inFront > 0) {
-        std::memmove(out + inFront + 1, out + inFront, static_cast<size_t>(decimal.places));
+        moveUp(out + inFront);
         out[inFront] = '.';
         return digits + 1;
     }

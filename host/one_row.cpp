@@ -193,6 +193,8 @@ void OneRow::setShape(const PinOutMetaData& shape) {
 }
 
 void OneRow::makeFresh() {
+    // Its producer may have pointed them elsewhere.
+    cells = storage_.get();
     columns = 0;
     meta_ = {};
     nameIndex_.reset();

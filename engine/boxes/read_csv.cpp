@@ -210,7 +210,8 @@ bool ReadCsv::firstStep() {
 bool ReadCsv::nextRow() {
     if (row_ == batch_.rows && !nextBatch())
         return true;
-    std::memcpy(output_->cells, batch_.row(row_), sizeof(uchar*) * size_t(batch_.columns));
+    // The pointers stay where the batch has them: rows are many, and nobody writes to them.
+    output_->cells = batch_.row(row_);
     ++row_;
     setRowReadyForOutput(0);
     return false;

@@ -197,19 +197,31 @@ qsizetype CsvParser::nextMark() {
 }
 
 CsvParser::Scan CsvParser::scanWindow(RowBatch& batch) {
+    const auto atRow = [this] { return column_ == 0 && state_ == State::Plain; };
     for (;;) {
-        if (column_ == 0 && state_ == State::Plain)
+        if (!full_ && atRow())
             readPlainRows(batch);
-        const qsizetype at = full_ ? dataEnd_ : nextMark();
-        if (!full_ && at == dataEnd_)
-            return Scan::Exhausted;
-        if (!full_) {
-            scanned_ = at + 1;
-            if (!special(batch, at) && !resynchronise(batch, at))
-                return Scan::Failed;
-        }
         if (full_)
             return Scan::Full;
+        const qsizetype first = nextMark();
+        if (first == dataEnd_)
+            return Scan::Exhausted;
+        const qsizetype offset = first - marksBegin_;
+        const qsizetype block = first - offset % scanBlock;
+        quint64 marks = marks_[size_t(offset / scanBlock)] & (~quint64(0) << (offset % scanBlock));
+        scanned_ = std::min(block + scanBlock, dataEnd_);
+        for (; marks != 0; marks &= marks - 1) {
+            const qsizetype at = block + std::countr_zero(marks);
+            if (!special(batch, at)) {
+                if (!resynchronise(batch, at))
+                    return Scan::Failed;
+                break;
+            }
+            if (full_ || atRow()) {
+                scanned_ = at + 1;
+                break;
+            }
+        }
     }
 }
 

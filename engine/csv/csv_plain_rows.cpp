@@ -1,6 +1,6 @@
-/// The road that most rows take: no quotes, a field for each column, and values that are sound.
-/// Whatever else turns up is left to the rest of the parser, which judges it from the beginning of
-/// its field.
+/// The road that most rows take: a field for each column, values that are sound, and quotes that
+/// hold neither a quote nor a line end. Whatever else turns up is left to the rest of the parser,
+/// which judges it from the beginning of its field.
 #include "engine/csv/csv_parser.h"
 #include "engine/csv/field_value.h"
 #include "engine/csv/transcode.h"
@@ -14,6 +14,8 @@ namespace velmorra {
 /// of a cell that is stored can't be one of them.
 class CsvParser::PlainRows {
 public:
+    class Marks;
+
     PlainRows(CsvParser& parser, RowBatch& batch)
         : parser_(parser),
           batch_(batch),
@@ -44,16 +46,17 @@ public:
     }
 
     bool isInLastColumn() const { return slot_ == lastSlot_; }
+    qsizetype start() const { return start_; }
 
-    /// Takes the field that ends at `at`. False, and nothing has changed, where there is more to
-    /// it.
-    bool takeField(qsizetype at) {
-        const uchar* const bytes = window_ + start_;
-        const qsizetype size = at - start_;
+    /// Takes the field up to `end`, behind which its delimiter or line end stands, in quotes or
+    /// not. False, and nothing has changed, where there is more to it.
+    bool takeField(qsizetype begin, qsizetype end, bool quoted) {
+        const uchar* const bytes = window_ + begin;
+        const qsizetype size = end - begin;
         if (size > limit_)
             return false;
         const uchar* cell = slot_->null;
-        if (size > 0 && slot_->kind != Kind::Skipped) {
+        if ((size > 0 || quoted) && slot_->kind != Kind::Skipped) {
             cell = slot_->kind == Kind::Text  ? text(bytes, size)
                    : slot_->kind == Kind::Key ? key(bytes, size)
                                               : number(bytes, size);
@@ -61,7 +64,7 @@ public:
                 return false;
         }
         *nextCell_++ = cell;
-        start_ = at + 1;
+        start_ = end + (quoted ? 2 : 1);
         ++slot_;
         return true;
     }
@@ -90,6 +93,8 @@ private:
     }
 
     const uchar* text(const uchar* bytes, qsizetype size) {
+        if (size == 0)
+            return &cell::emptyText;
         if (end_ - out_ < 2 * size + 8 + transcodeSlack)
             makeRoom(2 * size + 8 + transcodeSlack);
         const int length = static_cast<int>(size) + 1;
@@ -159,37 +164,82 @@ private:
     qsizetype committed_ = 0; ///< bytes in the arena when it began
 };
 
+/// The bytes with a meaning, one after the other.
+class CsvParser::PlainRows::Marks {
+public:
+    /// Stands on the next byte to look at that has one.
+    explicit Marks(CsvParser& parser) : parser_(parser) {
+        const qsizetype at = parser.nextMark();
+        if (at == parser.dataEnd_)
+            return;
+        const qsizetype offset = at - parser.marksBegin_;
+        block_ = at - offset % scanBlock;
+        bits_ = parser.marks_[size_t(offset / scanBlock)] & (~quint64(0) << (offset % scanBlock));
+    }
+
+    bool found() const { return bits_ != 0; }
+    qsizetype at() const { return block_ + std::countr_zero(bits_); }
+
+    /// False at the end of the data.
+    bool next() {
+        bits_ &= bits_ - 1;
+        while (bits_ == 0) {
+            block_ += scanBlock;
+            if (block_ >= parser_.marksEnd_) {
+                if (block_ >= parser_.dataEnd_)
+                    return false;
+                parser_.scanned_ = block_;
+                parser_.indexMarks();
+            }
+            bits_ = parser_.marks_[size_t((block_ - parser_.marksBegin_) / scanBlock)];
+        }
+        return true;
+    }
+
+private:
+    CsvParser& parser_;
+    qsizetype block_ = 0;
+    quint64 bits_ = 0; ///< of the block, from the one that it stands on
+};
+
 /// Reads rows until the batch is full, the data ends, or a byte or value needs a closer look.
 /// Requires: at the beginning of a row.
 void CsvParser::readPlainRows(RowBatch& batch) {
     if (slots_.empty() || inFirstRow_ || !settings_.comment.isEmpty())
         return;
-    PlainRows rows(*this, batch);
     const bool ordered = order_.isNeeded();
     const uchar* const window = window_.get();
     const uchar delimiter = static_cast<uchar>(settings_.delimiter);
-    for (qsizetype at = nextMark(); at < dataEnd_; at = nextMark()) {
-        const qsizetype block = at - (at - marksBegin_) % scanBlock;
-        quint64 marks = marks_[size_t((at - marksBegin_) / scanBlock)] &
-                        (~quint64(0) << ((at - marksBegin_) % scanBlock));
-        for (; marks != 0; marks &= marks - 1) {
-            at = block + std::countr_zero(marks);
-            const bool last = rows.isInLastColumn();
-            qsizetype next = at + 1;
-            if (window[at] != (last ? uchar('\n') : delimiter)) {
-                const bool returnFeed = last && window[at] == '\r' && window[next] == '\n' &&
-                                        (marks & (marks - 1)) != 0;
-                if (!returnFeed)
-                    return rows.finish(at);
-                marks &= marks - 1;
-                ++next;
-            }
-            if ((last && ordered) || !rows.takeField(at))
-                return rows.finish(at);
-            if (last && rows.endRow(next))
-                return rows.finish(next);
+    const uchar quote = static_cast<uchar>(settings_.quote);
+    const bool quotes = settings_.quote != CsvSettings::noQuote;
+    PlainRows rows(*this, batch);
+    PlainRows::Marks mark(*this);
+    while (mark.found()) {
+        const qsizetype first = mark.at();
+        qsizetype end = first;
+        const bool quoted = quotes && window[first] == quote && first == rows.start();
+        if (quoted) {
+            // A delimiter in quotes is text.
+            do {
+                if (!mark.next())
+                    return rows.finish(first);
+            } while (window[mark.at()] == delimiter);
+            end = mark.at();
+            if (window[end] != quote || !mark.next() || mark.at() != end + 1)
+                return rows.finish(first);
         }
-        scanned_ = block + scanBlock;
+        const bool last = rows.isInLastColumn();
+        const qsizetype behind = quoted ? end + 1 : end;
+        const bool returnFeed = last && window[behind] == '\r' && window[behind + 1] == '\n';
+        if (returnFeed)
+            mark.next();
+        else if (window[behind] != (last ? uchar('\n') : delimiter))
+            return rows.finish(first);
+        if ((last && ordered) || !rows.takeField(quoted ? first + 1 : rows.start(), end, quoted))
+            return rows.finish(first);
+        if (last && rows.endRow(behind + (returnFeed ? 2 : 1)))
+            return rows.finish(rows.start());
+        mark.next();
     }
     rows.finish(dataEnd_);
 }

@@ -4,12 +4,51 @@
 
 #include <fast_float/fast_float.h>
 
+#include <array>
+#include <cfloat>
 #include <cmath>
 
 namespace velmorra {
 
 namespace {
+
 constexpr int shownCharacters = 40;
+
+/// Digits that are exact in a double, and so is the power of ten that they are divided by.
+constexpr int exactDigits = 15;
+constexpr std::array<double, exactDigits + 1> powersOfTen = {
+    1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+// The quotient of the two must be rounded to a double once.
+static_assert(FLT_EVAL_METHOD == 0);
+
+/// Reads what most numbers are: a few digits, with a decimal sign among them or not. False where it
+/// is anything else, which may still be a number.
+inline bool readShortDecimal(const uchar* bytes, qsizetype size, char decimal, double* value) {
+    const uchar* const end = bytes + size;
+    const bool negative = size > 0 && *bytes == '-';
+    bytes += negative ? 1 : 0;
+    if (end - bytes > exactDigits + 1 || bytes == end)
+        return false;
+    qint64 digits = 0;
+    const uchar* point = nullptr;
+    const uchar* const first = bytes;
+    for (; bytes != end; ++bytes) {
+        const unsigned digit = *bytes - unsigned('0');
+        if (digit <= 9)
+            digits = 10 * digits + digit;
+        else if (*bytes == uchar(decimal) && point == nullptr && bytes != first)
+            point = bytes;
+        else
+            return false;
+    }
+    const qsizetype places = point == nullptr ? 0 : end - point - 1;
+    if ((point == nullptr && end - first > exactDigits) || (point != nullptr && places == 0))
+        return false;
+    const double absolute = static_cast<double>(digits) / powersOfTen[size_t(places)];
+    *value = negative ? -absolute : absolute;
+    return true;
+}
+
 } // namespace
 
 bool readKey(const uchar* bytes, qsizetype size, quint32 largest, quint32* value) {
@@ -32,6 +71,8 @@ bool readKey(const uchar* bytes, qsizetype size, quint32 largest, quint32* value
 }
 
 bool readFloat(const uchar* bytes, qsizetype size, char decimal, double* value) {
+    if (readShortDecimal(bytes, size, decimal, value))
+        return true;
     const char* first = reinterpret_cast<const char*>(bytes);
     const char* const last = first + size;
     if (size > 1 && *first == '+' && first[1] != '-' && first[1] != '+')

@@ -81,6 +81,7 @@ struct RowBatch {
     const uchar* const* row(int index) const {
         return cells.data() + size_t(index) * size_t(columns);
     }
+    const uchar** row(int index) { return cells.data() + size_t(index) * size_t(columns); }
     void clear();
 };
 

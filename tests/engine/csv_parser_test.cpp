@@ -1,7 +1,11 @@
 /// Parsing CSV: what is read, and what is said about broken files.
 #include "csv_text.h"
 
+#include "engine/csv/field_value.h"
+
 #include <gtest/gtest.h>
+
+#include <random>
 
 using namespace velmorra;
 
@@ -82,6 +86,24 @@ TEST(CsvParser, ReadsTheDeclaredTypes) {
     EXPECT_EQ(problemOf("h,h,h\n4294967296,,a\n", options),
               "'t.csv' line 2, column 1 'id': '4294967296' is not a Key (a whole number from 0 to "
               "4294967295)");
+}
+
+TEST(CsvParser, ReadsNumbersOfFewDigitsAsTheLanguageDoes) {
+    std::mt19937_64 random(11);
+    for (int round = 0; round < 20000; ++round) {
+        // Around the number of digits that a double holds exactly, with the sign at any place.
+        std::string text = std::to_string(random());
+        text.resize(1 + random() % std::min<size_t>(text.size(), 18));
+        text.insert(random() % (text.size() + 1), random() % 8 == 0 ? "" : ".");
+        text.insert(0, random() % 3 == 0 ? "-" : "");
+        double value = 0;
+        char* end = nullptr;
+        const double expected = std::strtod(text.c_str(), &end);
+        ASSERT_TRUE(readFloat(reinterpret_cast<const uchar*>(text.data()), qsizetype(text.size()),
+                              '.', &value))
+            << text;
+        ASSERT_EQ(std::bit_cast<quint64>(value), std::bit_cast<quint64>(expected)) << text;
+    }
 }
 
 TEST(CsvParser, MakesTheOneFormOfEveryTextCell) {
