@@ -93,7 +93,7 @@ std::string randomTable(std::mt19937& random) {
 } // namespace
 
 TEST_F(SideThreadsTest, changeNothingThatCanBeSeen) {
-    for (unsigned seed = 0; seed < 120; ++seed) {
+    for (unsigned seed = 0; seed < 80; ++seed) {
         std::mt19937 random(seed);
         put(randomTable(random));
         const unsigned choices = random();
@@ -192,7 +192,7 @@ TEST_F(SideThreadsTest, handRowsOfAPipeOnAsTheyCome) {
     Pipe pipe(path("in.csv"));
     Graph graph;
     addReader(graph).types = QStringLiteral("n:K");
-    constexpr quint32 rows = 3000;
+    constexpr quint32 rows = 200;
     std::atomic<quint32> arrived{0};
     Script counting{.pinsIn = 1, .pinsOut = 0, .step = nullptr};
     counting.step = [&](ScriptedBox& box) {
