@@ -49,11 +49,13 @@ private:
     friend RowByRowAction;
 
     using Lookup = const uchar* (*)(const SlaveTableStore&, int slot, const OneRow&, int column);
+    using Prefetch = void (*)(const SlaveTableStore&, int slot, const OneRow&, int column);
 
     /// A join as the first rows settled it.
     struct LiveJoin {
         const SlaveTableStore* store = nullptr; ///< not owned
         Lookup lookup = nullptr;
+        Prefetch prefetch = nullptr; ///< null: the key must be converted first
         int slot = 0;
         int mainKeyColumn = 0;
         bool inner = false;
@@ -84,6 +86,7 @@ private:
     bool storeFirstRow(const Slave& slave, const OneRow& row);
     bool shapeOutput(const OneRow& row);
     bool loadSlaves();
+    void prefetchKeys(const OneRow& row) const;
     static Lookup lookupFor(qint32 slaveType, qint32 mainType);
 
     // What the first row resolved.
