@@ -57,6 +57,9 @@ public:
         }
     }
 
+    /// Asks for the slot of a hash that will soon be sought.
+    void prefetch(quint64 hash) const { __builtin_prefetch(slots_ + (hash & mask_)); }
+
     /// Puts a key in that isn't there. `hashAt` gives the hash of the key at a place; it is called
     /// when the table grows. False when memory fails.
     template <class HashAt>

@@ -135,6 +135,14 @@ bool SlaveTableStore::addKey(Key& key, const uchar* bytes, uchar* stored, ValueA
     return true;
 }
 
+void SlaveTableStore::prefetchKey(int slot, quint32 key) const {
+    keyAt(slot).table.prefetch(hashOf(key));
+}
+
+void SlaveTableStore::prefetchText(int slot, const cell::TextView& text) const {
+    keyAt(slot).table.prefetch(hashOf(text));
+}
+
 KeyTable::Slot* SlaveTableStore::findSlot(const Key& key, quint32 number) {
     return key.table.find(hashOf(number), [&](const uchar* row) {
         return cell::loadKey(keyCell(key, row)) == number;

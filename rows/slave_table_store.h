@@ -39,6 +39,11 @@ public:
         return rowIn(findSlot(keyAt(slot), text));
     }
 
+    // Ahead of a find, so that what several keys need comes from memory at once.
+
+    void prefetchKey(int slot, quint32 key) const;
+    void prefetchText(int slot, const cell::TextView& text) const;
+
     qint32 keyType(int slot) const { return types_[at(keyAt(slot).place)]; }
 
     /// Which cells of a row are wanted: ascending places among the stored columns, a place more

@@ -8,7 +8,7 @@
 /// With several key columns a row goes to pin 0 when all keys are found, to pin 2 when none is, and
 /// to pin 1 when some are. Row by row, in order, rows unchanged; pin 1 is read whole before the
 /// first row. Keys are compared without conversion, and null is a key like any other. Holds the
-/// keys of pin 1, about 25 bytes each, and of texts the text besides.
+/// keys of pin 1: 7 to 11 bytes for a Key, 13 to 21 for a Float, a text and 11 to 21.
 #pragma once
 
 #include "plugin/first_row_action.h"

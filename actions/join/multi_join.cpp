@@ -38,6 +38,14 @@ const uchar* findAsText(const SlaveTableStore& store, int slot, const OneRow& ro
                           {static_cast<const uchar*>(static_cast<const void*>(chars)), length});
 }
 
+void prefetchKey(const SlaveTableStore& store, int slot, const OneRow& row, int column) {
+    store.prefetchKey(slot, cell::loadKey(row.cells[column]));
+}
+
+void prefetchText(const SlaveTableStore& store, int slot, const OneRow& row, int column) {
+    store.prefetchText(slot, cell::text(row.cells[column]));
+}
+
 void sortUnique(std::vector<int>& numbers) {
     std::sort(numbers.begin(), numbers.end());
     numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
@@ -249,6 +257,9 @@ bool MultiJoin::storeFirstRow(const Slave& slave, const OneRow& row) {
         live.inner = joins[join.place].inner;
         const qint32 mainType = row.getMetaType(join.mainKeyColumn).type;
         live.lookup = lookupFor(store.keyType(live.slot), mainType);
+        live.prefetch = live.lookup == &findKey    ? &prefetchKey
+                        : live.lookup == &findText ? &prefetchText
+                                                   : nullptr;
         const auto addColumn = [&](const QString& name, qint32 type) {
             live.names.push_back(detach(joins[join.place].prefix + name));
             live.types.push_back(type);
@@ -317,9 +328,19 @@ void MultiJoin::takeFrom(const MultiJoin& master) {
     noOutput_ = master.noOutput_;
 }
 
+/// Several tables are waited for at once.
+void MultiJoin::prefetchKeys(const OneRow& row) const {
+    for (const LiveJoin& join : live_) {
+        if (join.prefetch != nullptr)
+            join.prefetch(*join.store, join.slot, row, join.mainKeyColumn);
+    }
+}
+
 void MultiJoin::passOn(const OneRow& row) {
     if (noOutput_)
         return;
+    if (live_.size() > 1 && mustComputeFull())
+        prefetchKeys(row);
     const uchar** out = getOutputRowForOutputPin(0)->cells;
     out = std::copy_n(row.cells, mainColumns_, out);
     const bool looksUp = mustComputeFull();
