@@ -46,9 +46,9 @@ public:
 private:
     void check();
     bool damaged(const char* what);
-    bool readHeader(quint64* checksum);
+    bool readHeader(quint64* headerChecksum);
     bool readIndex(quint64 headerChecksum);
-    bool readEntries(quint64 bytes, quint64* checksum);
+    bool readEntries(quint64 indexAt, quint64* sum);
     bool isSound(const BlockEntry& entry) const;
     bool readAt(quint64 place, size_t size, uchar* bytes) const;
 
