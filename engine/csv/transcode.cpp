@@ -80,7 +80,8 @@ portable::DecodeStep portable::decodeSome(const uchar* bytes, qsizetype size, qs
 }
 
 Decoded portable::decodeUtf8(const uchar* bytes, qsizetype size, uchar* units) {
-    DecodeStep step = {0, units};
+    DecodeStep step = {};
+    step.out = units;
     while (step.at < size && step.valid)
         step = decodeSome(bytes, size, step.at, step.out);
     return {(step.out - units) / 2, step.valid ? -1 : step.at};
@@ -103,7 +104,8 @@ qsizetype portable::encodeOne(const uchar* units, qsizetype count, qsizetype at,
 }
 
 Encoded portable::encodeUtf8(const uchar* units, qsizetype count, char* bytes) {
-    Encoded encoded = {bytes, 0};
+    Encoded encoded = {};
+    encoded.end = bytes;
     for (qsizetype at = 0; at < count;)
         at = encodeOne(units, count, at, &encoded);
     return encoded;

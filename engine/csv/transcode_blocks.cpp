@@ -206,7 +206,8 @@ VELMORRA_SHUFFLES inline __m128i lastUnits(const uchar* units, qsizetype count, 
 } // namespace
 
 VELMORRA_SHUFFLES Decoded blocks::decodeUtf8(const uchar* bytes, qsizetype size, uchar* units) {
-    portable::DecodeStep step = {0, units};
+    portable::DecodeStep step = {};
+    step.out = units;
     while (step.at < size) {
         const qsizetype left = std::min<qsizetype>(size - step.at, blockBytes);
         __m128i block = loadBlock(bytes + step.at);
@@ -229,7 +230,8 @@ VELMORRA_SHUFFLES Decoded blocks::decodeUtf8(const uchar* bytes, qsizetype size,
 }
 
 VELMORRA_SHUFFLES Encoded blocks::encodeUtf8(const uchar* units, qsizetype count, char* bytes) {
-    Encoded encoded = {bytes, 0};
+    Encoded encoded = {};
+    encoded.end = bytes;
     for (qsizetype at = 0; at < count;) {
         const qsizetype left = std::min<qsizetype>(count - at, blockUnits);
         const __m128i block =

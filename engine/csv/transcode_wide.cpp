@@ -118,7 +118,8 @@ VELMORRA_COMPRESS inline char* encodeAny(__m256i units, quint32 present, char* o
 } // namespace
 
 VELMORRA_COMPRESS Decoded wide::decodeUtf8(const uchar* bytes, qsizetype size, uchar* units) {
-    portable::DecodeStep step = {0, units};
+    portable::DecodeStep step = {};
+    step.out = units;
     while (step.at < size) {
         const qsizetype left = std::min<qsizetype>(size - step.at, blockSize);
         const quint32 present = ~quint32(0) >> (blockSize - left);
@@ -142,7 +143,8 @@ VELMORRA_COMPRESS Decoded wide::decodeUtf8(const uchar* bytes, qsizetype size, u
 }
 
 VELMORRA_COMPRESS Encoded wide::encodeUtf8(const uchar* units, qsizetype count, char* bytes) {
-    Encoded encoded = {bytes, 0};
+    Encoded encoded = {};
+    encoded.end = bytes;
     for (qsizetype at = 0; at < count;) {
         const qsizetype left = std::min<qsizetype>(count - at, blockSize);
         const quint32 present = ~quint32(0) >> (blockSize - left);
