@@ -165,11 +165,6 @@ class Run(CommandLineTest):
         self.write("g.vgraph", text)
         return ["run", "g.vgraph", "--set", "start=5", "--set", "target=out"]
 
-    def test_parameters_reach_the_boxes(self):
-        self.answer(*self.graph(GRAPH % ""))
-        self.assertEqual(self.read("out.csv"),
-                         "id,name,town,sum\n1,Ann,Gent,6\n2,Bob,Liège,8\n3,,Mons,11\n")
-
     def test_unknown_attributes_warn_or_are_refused(self):
         words = self.graph(GRAPH % "colPartitoin='town'")
         result = self.velmorra(*words)
@@ -227,11 +222,6 @@ class Usage(CommandLineTest):
         ]
         for words, pattern in cases:
             self.assert_refused(2, "^velmorra: .*" + pattern, *words)
-
-    def test_an_option_takes_one_value(self):
-        self.assertEqual(
-            self.answer("apply", "--in", "people.csv", "SelectColumns", "columns=id", "--limit",
-                        "1"), "id\n1\n")
 
     def test_help_and_version(self):
         self.assertRegex(self.answer("--version"), r"\Avelmorra \d+\.\d+\.\d+\n\Z")

@@ -1,6 +1,5 @@
 // What is found out about boxes before a run: columns, problems, and the order that would help.
 #include "engine/graph_check.h"
-#include "engine/preview.h"
 #include "engine/run.h"
 #include "scripted_box.h"
 
@@ -119,20 +118,4 @@ TEST(GraphCheck, aBoxThatNeverEndsOrThrowsIsNoTrap) {
     ASSERT_EQ(look.problems.size(), 2);
     EXPECT_EQ(look.problems[0].level, 2) << "its columns can't be told";
     EXPECT_EQ(look.problems[1].text, "unexpected error: oh");
-}
-
-TEST(Preview, stopsAnEndlessSourceAndTouchesNoBox) {
-    Graph graph;
-    const int source = addScript(graph, endless());
-    PreviewGraph preview(graph, source, 0);
-    ASSERT_TRUE(preview.error().isNull());
-    const KeepRows& kept = preview.keepRows(7);
-    EXPECT_EQ(kept.table().rows(), 0u);
-    class NoMessages : public MessageSink {
-        void take(const Message& message) override { ADD_FAILURE() << qPrintable(message.text); }
-    } messages;
-    EXPECT_EQ(velmorra::Run(preview.graph(), messages).execute(), RunOutcome::Done);
-    EXPECT_EQ(kept.table().rows(), 7u);
-    EXPECT_EQ(kept.table().shape.names, (QVector<QString>{"x", "y", "z"}));
-    EXPECT_EQ(static_cast<const ScriptedBox&>(*graph.boxes()[0]).steps, 0);
 }

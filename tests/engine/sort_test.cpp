@@ -313,16 +313,6 @@ TEST(RowSorter, TellsWhatTheFileSystemSays) {
     EXPECT_TRUE(QDir(folder.path()).isEmpty());
 }
 
-TEST(RowSorter, StopsWithoutAProblem) {
-    const PackedTable table = randomTable("U", {{0, 'A'}}, 3000, 1);
-    RunStatus status;
-    RowSorter sorter(table.shape, noLimit, QString(), status);
-    EXPECT_TRUE(addAll(sorter, table));
-    status = RunStatus::Cancelled;
-    EXPECT_FALSE(sorter.finish());
-    EXPECT_TRUE(sorter.problem().isNull());
-}
-
 TEST_F(SortRun, NeedsTheFolderOnlyUntilTheFileIsThere) {
     options.sortMemory = 1000;
     Sort& sort = build(texts(10000), [this](qint64 count) {

@@ -96,22 +96,4 @@ TEST(Cell, SharedNullsAreOfTheirColumnsForm) {
     EXPECT_EQ(cell::nullCell(3), cell::nullCell(MetaTypeText));
 }
 
-TEST(Cell, TextsAroundTheThresholdsReadBackAtOddAddresses) {
-    for (const int units : {1, 2, 124, 125, 126, 127, 128, 16254, 16255, 16256, 16382, 16383, 16384,
-                            127 * 16384 - 2, 127 * 16384 - 1}) {
-        QString text(units, 'x');
-        text[0] = QChar(0x20AC);
-        text[units - 1] = QChar(0xD83D);
-        const qsizetype size = cell::textCellBytes(units);
-        std::vector<uchar> bytes(static_cast<size_t>(size) + 1);
-        for (const size_t shift : {0, 1}) {
-            uchar* const at = bytes.data() + shift;
-            EXPECT_EQ(cell::writeText(at, text.constData(), units) - at, size) << units;
-            EXPECT_EQ(cell::textBytes(at), size) << units;
-            EXPECT_EQ(cell::bytes(at, MetaTypeText), size) << units;
-            EXPECT_EQ(qStringFromBytes(at), text) << units;
-        }
-    }
-}
-
 } // namespace

@@ -1,49 +1,14 @@
 // Rows: values and texts of cells, stored blocks, copies, and the lookup of columns.
+#include "host/number_text.h"
 #include "tests/rows/random_cells.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
+#include <optional>
 
 namespace {
-
-/// A row of one column whose cell stands at a given shift from an even address.
-class OneCell {
-public:
-    OneCell(qint32 metaType, int shift) : shift_(shift) {
-        row.setNumberOfColumns(1);
-        row.setMetaType(0, {metaType, -1});
-    }
-
-    OneRow& key(quint32 value) {
-        cell::storeKey(place(4), value);
-        return row;
-    }
-
-    OneRow& number(double value) {
-        cell::storeFloat(place(8), value);
-        return row;
-    }
-
-    OneRow& text(const QString& value) {
-        bytesFromQString(place(cell::textCellBytes(value.size())), value);
-        return row;
-    }
-
-    OneRow row;
-
-private:
-    uchar* place(qsizetype size) {
-        // Just as long as needed, so that a read behind the cell is seen by the sanitizers.
-        bytes_ = std::make_unique<uchar[]>(static_cast<size_t>(size + shift_));
-        row.setCol(0, bytes_.get() + shift_);
-        return bytes_.get() + shift_;
-    }
-
-    int shift_;
-    std::unique_ptr<uchar[]> bytes_;
-};
 
 /// The three ways to a cell's text agree; the text, as one of them gave it.
 QString textOfCell(const OneRow& row) {
@@ -63,93 +28,80 @@ QString textOfCell(const OneRow& row) {
     return text;
 }
 
-double doubleOf(const OneRow& row, bool expectedOk) {
-    bool ok = !expectedOk;
-    const double value = row.colAsDouble(0, &ok);
-    EXPECT_EQ(ok, expectedOk);
-    return value;
-}
+constexpr double infinity = std::numeric_limits<double>::infinity();
 
-quint64 bitsOf(double value) {
-    return std::bit_cast<quint64>(value);
-}
+/// A cell and what a row makes of it.
+struct Example {
+    qint32 type;
+    Bytes bytes;
+    QString text;
+    std::optional<double> number; ///< none where the cell is no number
+    qint64 key = -1;              ///< -1 where the cell is no key
+};
 
-/// The cell's value as a key, or -1 where it has none.
-qint64 keyOf(const OneRow& row) {
-    bool ok = false;
-    const quint32 key = row.colAsKey(0, &ok);
-    return ok ? qint64(key) : -1;
-}
-
-/// Cells at an even and at an odd address.
-class OneRowCells : public testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(Addresses, OneRowCells, testing::Values(0, 1));
-
-TEST_P(OneRowCells, Keys) {
-    OneCell cell(MetaTypeKey, GetParam());
-    EXPECT_EQ(textOfCell(cell.key(4294967293u)), "4294967293");
-    EXPECT_EQ(doubleOf(cell.row, true), 4294967293.0);
-    EXPECT_EQ(keyOf(cell.row), 4294967293);
-    EXPECT_EQ(cell.row.totalLengthField(0), 4);
-    EXPECT_EQ(textOfCell(cell.key(0)), "0");
-    for (const quint32 null : {cell::nullKey, cell::firstNullKey}) {
-        EXPECT_TRUE(textOfCell(cell.key(null)).isNull());
-        EXPECT_EQ(bitsOf(doubleOf(cell.row, false)), cell::nullFloatBits);
-        EXPECT_EQ(keyOf(cell.row), -1);
-    }
-}
-
-TEST_P(OneRowCells, Floats) {
-    OneCell cell(MetaTypeFloat, GetParam());
-    EXPECT_EQ(textOfCell(cell.number(-0.1)), "-0.1");
-    EXPECT_EQ(doubleOf(cell.row, true), -0.1);
-    EXPECT_EQ(cell.row.totalLengthField(0), 8);
-    EXPECT_EQ(textOfCell(cell.number(-1.2345678901234568e-300)), "-1.2345678901234568e-300");
-    EXPECT_TRUE(textOfCell(cell.number(cell::nullFloat())).isNull());
-    EXPECT_EQ(bitsOf(doubleOf(cell.row, false)), cell::nullFloatBits);
-    EXPECT_EQ(textOfCell(cell.number(cell::invalidFloat())), "nan");
-    EXPECT_EQ(bitsOf(doubleOf(cell.row, true)), cell::invalidFloatBits);
-    EXPECT_EQ(keyOf(cell.row), -1);
-
-    EXPECT_EQ(keyOf(cell.number(0)), 0);
-    EXPECT_EQ(keyOf(cell.number(4294967293.0)), 4294967293);
+std::vector<Example> examples() {
+    std::vector<Example> all = {
+        {'K', keyCell(4294967293u), "4294967293", 4294967293.0, 4294967293},
+        {'K', keyCell(0), "0", 0, 0},
+        {'K', keyCell(cell::nullKey), {}, {}},
+        {'K', keyCell(cell::firstNullKey), {}, {}},
+        {'F', floatCell(-0.1), "-0.1", -0.1},
+        {'F', floatCell(-1.2345678901234568e-300), "-1.2345678901234568e-300",
+         -1.2345678901234568e-300},
+        {'F', floatCell(cell::nullFloat()), {}, {}},
+        {'F', floatCell(cell::invalidFloat()), "nan", cell::invalidFloat()},
+        {'F', floatCell(0), "0", 0, 0},
+        {'F', floatCell(4294967293.0), "4294967293", 4294967293.0, 4294967293},
+        {'U', textCell(u" 12.5 EUR"), " 12.5 EUR", 12.5},
+        {'U', textCell(u"4294967293"), "4294967293", 4294967293.0, 4294967293},
+        {'U', textCell(u"1.2e1"), "1.2e1", 12, 12},
+        // The word is a number to the parser: callers that care test the bits first.
+        {'U', textCell(u"null"), "null", cell::nullFloat()},
+        {'U', nullTextCell, {}, {}},
+        {'U', textCell(u""), "", {}}};
     for (const double value : {4294967293.5, 4294967294.0, 4294967295.0, 4294967296.0, 0.5, -1.0,
-                               1e300, std::numeric_limits<double>::infinity(),
-                               -std::numeric_limits<double>::infinity(), cell::nullFloat()})
-        EXPECT_EQ(keyOf(cell.number(value)), -1) << value;
-}
-
-TEST_P(OneRowCells, Texts) {
-    OneCell cell(MetaTypeText, GetParam());
-    for (const int units : {1, 2, 33, 125, 126, 127, 16254, 16255, 20000}) {
-        QString text(units, QChar(0x0142));
-        text[units - 1] = '!';
-        EXPECT_EQ(textOfCell(cell.text(text)), text);
-        EXPECT_EQ(cell.row.totalLengthField(0), cell::textCellBytes(units));
+                               1e300, infinity, -infinity}) {
+        char digits[numberTextRoom];
+        const QString text = QString::fromLatin1(digits, formatFloat(value, digits));
+        all.push_back({'F', floatCell(value), text, value});
+        all.push_back({'U', textCell(text.toStdU16String()), text, value});
     }
-    EXPECT_EQ(doubleOf(cell.text(" 12.5 EUR"), true), 12.5);
-    EXPECT_EQ(keyOf(cell.row), -1);
-    EXPECT_EQ(keyOf(cell.text("4294967293")), 4294967293);
-    EXPECT_EQ(keyOf(cell.text("1.2e1")), 12);
-    for (const char* text : {"4294967294", "-1", "x", "1,5", "null", "nan", "inf"})
-        EXPECT_EQ(keyOf(cell.text(text)), -1) << text;
-    // The word is a number to the parser: callers that care test the bits first.
-    EXPECT_EQ(bitsOf(doubleOf(cell.text("null"), true)), cell::nullFloatBits);
+    for (const char16_t* const text : {u"x", u"1,5", u"nan", u"inf"})
+        all.push_back({'U', textCell(text), QString::fromUtf16(text),
+                       *text == u'n'   ? std::optional(cell::invalidFloat())
+                       : *text == u'i' ? std::optional(infinity)
+                                       : std::nullopt});
+    for (const int units : {1, 2, 33, 125, 126, 127, 16254, 16255, 20000}) {
+        const QString text = QString(units - 1, QChar(0x0142)) + '!';
+        all.push_back({'U', textCell(text.toStdU16String()), text, {}});
+    }
+    return all;
 }
 
-TEST_P(OneRowCells, NullTextIsNotTheEmptyText) {
-    OneCell cell(MetaTypeText, GetParam());
-    EXPECT_TRUE(textOfCell(cell.text(QString())).isNull());
-    EXPECT_EQ(bitsOf(doubleOf(cell.row, false)), cell::nullFloatBits);
-    EXPECT_EQ(keyOf(cell.row), -1);
-    EXPECT_EQ(cell.row.totalLengthField(0), 1);
-
-    const QString empty = textOfCell(cell.text(""));
-    EXPECT_TRUE(empty.isEmpty());
-    EXPECT_FALSE(empty.isNull());
-    EXPECT_NE(bitsOf(doubleOf(cell.row, false)), cell::nullFloatBits);
-    EXPECT_EQ(keyOf(cell.row), -1);
-    EXPECT_EQ(cell.row.totalLengthField(0), 1);
+TEST(OneRow, CellsAsTextsNumbersAndKeysAtEvenAndOddAddresses) {
+    for (const Example& example : examples()) {
+        SCOPED_TRACE(example.text.left(40).toStdString());
+        for (const size_t shift : {0, 1}) {
+            // Just as long as needed, so that a read behind the cell is seen by the sanitizers.
+            const auto bytes = std::make_unique<uchar[]>(example.bytes.size() + shift);
+            std::copy(example.bytes.begin(), example.bytes.end(), bytes.get() + shift);
+            OneRow row;
+            row.setNumberOfColumns(1);
+            row.setMetaType(0, {example.type, -1});
+            row.setCol(0, bytes.get() + shift);
+            EXPECT_EQ(textOfCell(row), example.text);
+            EXPECT_EQ(textOfCell(row).isNull(), example.text.isNull());
+            EXPECT_EQ(row.totalLengthField(0), qsizetype(example.bytes.size()));
+            bool ok = false;
+            const quint64 bits = std::bit_cast<quint64>(row.colAsDouble(0, &ok));
+            EXPECT_EQ(ok, example.number.has_value());
+            EXPECT_EQ(bits == cell::nullFloatBits, example.text.isNull() || example.text == "null");
+            EXPECT_EQ(bits,
+                      std::bit_cast<quint64>(ok ? *example.number : std::bit_cast<double>(bits)));
+            const quint32 key = row.colAsKey(0, &ok);
+            EXPECT_EQ(ok ? qint64(key) : -1, example.key);
+        }
+    }
 }
 
 TEST(OneRow, TextsThatAreSet) {

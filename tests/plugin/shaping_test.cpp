@@ -90,11 +90,6 @@ TEST_F(Flatten, AnOrderOfNoKnownKindFailsOnlyWhereItIsChecked) {
     }
 }
 
-TEST_F(Flatten, HasPinsForItsListsInAdvancedMode) {
-    EXPECT_EQ(made(ActionIndex::Flatten, "<Flatten/>")->nPinIn, 2);
-    EXPECT_EQ(made(ActionIndex::Flatten, "<Flatten advancedMode='1'/>")->nPinIn, 4);
-}
-
 TEST_F(Flatten, SaysWhyItDoesNotRunInParallel) {
     const auto action = made(ActionIndex::Flatten, "<Flatten key='a%1'/>");
     velmorra::test::HeldLog kept;
