@@ -121,8 +121,9 @@ def compare_with_gnu(options, folder):
             "gnu": lambda: run_gnu(mode, texts[0], other, outs[1])}, options.rounds)
         ours, theirs = took["velmorra"], took["gnu"]
         difference = peers.different_rows(*outs, ordered=True)
-        print(f"| {name} | {peers.cell(ours)} | {peers.cell(theirs)} |",
-              f"{theirs.cpu / ours.cpu:.2f} |", difference, flush=True)
+        ratio = "–" if ours.failed or theirs.failed else f"{theirs.cpu / ours.cpu:.2f}"
+        print(f"| {name} | {peers.told(ours)} | {peers.told(theirs)} | {ratio} |", difference,
+              flush=True)
         differ = differ or bool(difference)
     return differ
 
