@@ -31,6 +31,9 @@ void* operator new(std::size_t size) {
         throw std::bad_alloc();
     return bytes;
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return isDenied(size) ? nullptr : std::malloc(size);
+}
 void operator delete(void* bytes) noexcept {
     std::free(bytes);
 }
