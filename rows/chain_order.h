@@ -27,7 +27,8 @@ public:
     /// False when memory failed; nothing else may be called then.
     bool hasRoom() const { return keys_ != nullptr && stack_ != nullptr; }
 
-    void add(const Key& key, uchar* place) { keys_[count_++] = {key, place, 0}; }
+    /// `place` is what `visit` gets.
+    void add(const Key& key, uchar& place) { keys_[count_++] = {key, &place, 0}; }
 
     template <class IsLess>
     void sort(IsLess isLess) {

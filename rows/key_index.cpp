@@ -212,7 +212,7 @@ bool KeyIndex::buildNumbers() {
     KeyOrder<quint64> order(table_.count());
     if (!order.hasRoom())
         return noMemory() == nullptr;
-    table_.forEach([&](uchar* key) { order.add(firstByteHighest(numberAt<Number>(key)), key); });
+    table_.forEach([&](uchar* key) { order.add(firstByteHighest(numberAt<Number>(key)), *key); });
     order.sort(std::less<>());
     order.forEachWithOddBranches(
         [](quint64 a, quint64 b) { return qint64(__builtin_clzll(a ^ b) / 8); },
@@ -233,7 +233,7 @@ bool KeyIndex::buildString() {
     KeyOrder<cell::TextView> order(table_.count());
     if (!order.hasRoom())
         return noMemory() == nullptr;
-    table_.forEach([&](uchar* key) { order.add(cell::text(key), key); });
+    table_.forEach([&](uchar* key) { order.add(cell::text(key), *key); });
     order.sort(isMetBefore);
     order.forEachWithOddBranches(
         sharedBytes, [this](uchar* key) { turnRound(behind(key + cell::textBytes(key))); });

@@ -2,6 +2,7 @@
 
 #include "host/main_ui.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <type_traits>
@@ -122,7 +123,7 @@ bool SlaveTableStore::addKey(Key& key, const uchar* bytes, uchar* stored, ValueA
     const Value value = valueAt(bytes);
     if constexpr (std::is_same_v<Value, double>) {
         // What equals nothing would only take room.
-        if (value != value)
+        if (std::isnan(value))
             return true;
     }
     if (KeyTable::Slot* const slot = findSlot(key, value)) {

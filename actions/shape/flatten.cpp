@@ -412,11 +412,12 @@ const uchar* Flatten::copiedOver(const uchar* earlier, const uchar* cell, qint32
     const qsizetype size = cell::bytes(cell, metaType);
     const bool hasFixedSize = metaType == MetaTypeKey || metaType == MetaTypeFloat;
     uchar* bytes = const_cast<uchar*>(earlier); // it stands in the buffer of the group
-    if (earlier == nullptr && hasFixedSize) {
-        bytes = cells_.alloc(size);
-    } else if (!hasFixedSize) {
-        const qsizetype room = earlier == nullptr ? 0 : cell::loadKey(earlier - roomBytes);
-        if (room < size) {
+    if (hasFixedSize) {
+        if (bytes == nullptr)
+            bytes = cells_.alloc(size);
+    } else {
+        const qsizetype room = bytes == nullptr ? 0 : cell::loadKey(bytes - roomBytes);
+        if (bytes == nullptr || room < size) {
             const qsizetype newRoom = std::max(size, 2 * room);
             bytes = cells_.alloc(roomBytes + newRoom) + roomBytes;
             cell::storeKey(bytes - roomBytes, static_cast<quint32>(newRoom));

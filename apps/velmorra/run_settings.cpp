@@ -52,7 +52,7 @@ void GraphSettings::declare(CLI::App& app) {
 void RunSettings::declare(CLI::App& app) {
     GraphSettings::declare(app);
     addValue(app, "--threads", threadsWord_, "N",
-             "threads that the run may use in all (one for each core)");
+             "threads that the run may use (one for each core)");
     addValue(app, "--progress", progressWord_, "auto|always|never",
              "draw progress; auto: on a terminal (auto)");
     addValue(app, "--log", logWord_, "text|json",
