@@ -18,8 +18,12 @@ BatchesAhead::~BatchesAhead() {
 
 void BatchesAhead::next(RowBatch& batch) {
     batch.clear();
-    threads_.workUntil(*this, [this] { return filled_ != used_ || ended_; });
-    if (filled_ == used_)
+    bool isThere = false;
+    threads_.workUntil(*this, [&] {
+        isThere = filled_ != used_;
+        return isThere || ended_;
+    });
+    if (!isThere)
         std::rethrow_exception(std::exchange(thrown_, nullptr));
     threads_.update([&] {
         std::swap(batch, ring_[used_++ % mostAhead]);
