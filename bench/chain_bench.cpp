@@ -1,6 +1,7 @@
 /// What a box costs that hands rows on as they are: chains of pass-through boxes over rows of nine
 /// columns, from an in-memory source into a null sink. The cost of a box is the difference between
 /// chains, divided by rows and boxes; `copy` is the floor, the bare copy of nine pointers.
+#include "bench/bench_source.h"
 #include "engine/run.h"
 
 #include <benchmark/benchmark.h>
@@ -13,26 +14,13 @@ constexpr qint64 rowsPerRun = 1'000'000;
 constexpr int columns = 9;
 
 /// Hands on rows of nine text cells, a thousand different ones in turn.
-class RowSource : public ActionItem {
+class RowSource : public BenchSource {
 public:
-    explicit RowSource(GlobalParameters* parameters)
-        : ActionItem(XMLNode::emptyNode(), parameters) {
-        nPinIn = 0;
+    explicit RowSource(GlobalParameters* parameters) : BenchSource(parameters) {
         for (int i = 0; i < 1000 * columns; ++i)
             cells_.push_back(bytesFromQString(bytes_, QStringLiteral("cell %1").arg(i)));
     }
 
-    const char* actionName() const override { return "RowSource"; }
-    QString actionDescription() const override { return {}; }
-    QStringList actionCategories() const override { return {}; }
-    QStringList actionKeywords() const override { return {}; }
-    ActionItem* newFromXML(XMLNode, GlobalParameters* parameters) const override {
-        return new RowSource(parameters);
-    }
-    const StoredElement& storedElement() const override {
-        static const StoredElement element(1);
-        return element;
-    }
     void rewindRun() override {
         given_ = 0;
         setStep<&RowSource::giveRow>();

@@ -8,6 +8,7 @@
 /// that it takes, `peak` what the process needed at most meanwhile, `data` the bytes of its cells.
 /// `run`: whole Actions over a main table of a million rows, from an in-memory source into a null
 /// sink; `run/none` is the same without a join.
+#include "bench/bench_source.h"
 #include "engine/packed_table.h"
 #include "engine/run.h"
 #include "rows/interval_index.h"
@@ -306,24 +307,11 @@ void lookUpNested(benchmark::State& state) {
 }
 
 /// Hands on the rows of a table.
-class TableOfBench : public ActionItem {
+class TableOfBench : public BenchSource {
 public:
     TableOfBench(std::shared_ptr<const PackedTable> table, GlobalParameters* parameters)
-        : ActionItem(XMLNode::emptyNode(), parameters),
-          table_(std::move(table)) {
-        nPinIn = 0;
-    }
-    const char* actionName() const override { return "TableOfBench"; }
-    QString actionDescription() const override { return {}; }
-    QStringList actionCategories() const override { return {}; }
-    QStringList actionKeywords() const override { return {}; }
-    ActionItem* newFromXML(XMLNode, GlobalParameters* parameters) const override {
-        return new TableOfBench(table_, parameters);
-    }
-    const StoredElement& storedElement() const override {
-        static const StoredElement element(1);
-        return element;
-    }
+        : BenchSource(parameters),
+          table_(std::move(table)) {}
     void rewindRun() override {
         next_ = 0;
         setStep<&TableOfBench::giveRow>();

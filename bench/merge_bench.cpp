@@ -2,6 +2,7 @@
 /// tables alone. A's keys are 0, 2, 4, ..., those of B 0, 3, 6, ... or, for the mode that joins all
 /// rows of a key, each three times. An item is a row of A with one of B. The key is a number, a
 /// text sorted by text, or a text sorted by number.
+#include "bench/bench_source.h"
 #include "engine/catalog.h"
 #include "engine/graph.h"
 #include "engine/run.h"
@@ -18,11 +19,10 @@ enum KeyKind { NumberKey, TextKey, NumberInText };
 
 /// Hands on rows of a key, a text of twelve characters and a number, whose cells are made before
 /// the run.
-class SortedSource : public ActionItem {
+class SortedSource : public BenchSource {
 public:
     SortedSource(KeyKind kind, int step, int repeats, GlobalParameters* parameters)
-        : ActionItem(XMLNode::emptyNode(), parameters) {
-        nPinIn = 0;
+        : BenchSource(parameters) {
         const qint32 keyType = kind == NumberKey ? MetaTypeKey : MetaTypeText;
         shape_.names = {QStringLiteral("k"), QStringLiteral("t"), QStringLiteral("x")};
         shape_.types = {MetaInfo(keyType, -1), MetaInfo(MetaTypeText, -1),
@@ -42,15 +42,6 @@ public:
             cell::storeFloat(place + textBytes, double(row) / 4);
             place += textBytes + 8;
         }
-    }
-    const char* actionName() const override { return "SortedSource"; }
-    QString actionDescription() const override { return {}; }
-    QStringList actionCategories() const override { return {}; }
-    QStringList actionKeywords() const override { return {}; }
-    ActionItem* newFromXML(XMLNode, GlobalParameters*) const override { return nullptr; }
-    const StoredElement& storedElement() const override {
-        static const StoredElement element(1);
-        return element;
     }
     void rewindRun() override {
         next_ = cells_.data();

@@ -2,6 +2,7 @@
 /// Action into a null sink. `floor` is the source alone. The rows hold a key (a value for 20 rows),
 /// a category (20 of them in turn), a number, and a text of six words; for Unflatten 20 columns of
 /// numbers.
+#include "bench/bench_source.h"
 #include "engine/run.h"
 
 #include <benchmark/benchmark.h>
@@ -14,15 +15,14 @@ constexpr qint64 rowsPerRun = 1'000'000;
 constexpr int categories = 20;
 
 /// Hands on rows of one shape, whose cells are made before the run.
-class RowSource : public ActionItem {
+class RowSource : public BenchSource {
 public:
     enum Kind { Long, Wide, Categories };
 
     RowSource(Kind kind, qint64 rows, GlobalParameters* parameters)
-        : ActionItem(XMLNode::emptyNode(), parameters),
+        : BenchSource(parameters),
           kind_(kind),
           rows_(rows) {
-        nPinIn = 0;
         if (kind == Long) {
             names_ = QStringList{"key", "category", "value", "text"};
             types_ = {MetaTypeKey, MetaTypeText, MetaTypeFloat, MetaTypeText};
@@ -39,15 +39,6 @@ public:
 
     static QString category(int number) { return QStringLiteral("category %1").arg(number); }
 
-    const char* actionName() const override { return "RowSource"; }
-    QString actionDescription() const override { return {}; }
-    QStringList actionCategories() const override { return {}; }
-    QStringList actionKeywords() const override { return {}; }
-    ActionItem* newFromXML(XMLNode, GlobalParameters*) const override { return nullptr; }
-    const StoredElement& storedElement() const override {
-        static const StoredElement element(1);
-        return element;
-    }
     void rewindRun() override {
         given_ = 0;
         setStep<&RowSource::giveRow>();
