@@ -1,14 +1,11 @@
 #include "actions/join/join_input.h"
 
 #include "plugin/bounds.h"
+#include "plugin/type_letter.h"
 
 #include <algorithm>
 
 namespace {
-
-QString letterOf(const MetaInfo& type) {
-    return QString(QChar(static_cast<char16_t>(type.type)));
-}
 
 /// Null is a value of its own, unlike the empty text.
 bool isSameText(const QString& a, const QString& b) {
@@ -233,10 +230,10 @@ bool JoinInput::checkSameColumns(const File& file, const File& other) {
         if (a.types[column].type != b.types[column].type)
             return !fail(sayOf("joinInput: Error: column's type mismatch between file '", file) +
                          QLatin1String("'(column '") + a.names[column] +
-                         QLatin1String("' is of type '") + letterOf(a.types[column]) +
+                         QLatin1String("' is of type '") + typeLetter(a.types[column].type) +
                          sayOf("') and file '", other) + QLatin1String("'(column '") +
                          b.names[column] + QLatin1String("' is of type '") +
-                         letterOf(b.types[column]) + QLatin1String("''')"));
+                         typeLetter(b.types[column].type) + QLatin1String("''')"));
     }
     return true;
 }

@@ -1,14 +1,11 @@
 #include "actions/join/join_key.h"
 
 #include "host/number_parser.h"
+#include "plugin/type_letter.h"
 
 namespace {
 
 constexpr int textRoom = 2080;
-
-QChar letter(qint32 code) {
-    return QChar(static_cast<char16_t>(code));
-}
 
 /// Whether keys can be compared by a sort type at all; a Float column not by each of these.
 bool isSupported(qint32 sortType) {
@@ -50,7 +47,7 @@ QString JoinKey::checkMaster(const OneRow& row, const QString& name) {
     sortType_ = row.sortInfos().first().SortType;
     metaType_ = row.getMetaType(column_).type;
     if (!isSupported(sortType_))
-        return QLatin1String("ERROR: unsupported sort type on pin 0 (") + letter(sortType_) +
+        return QLatin1String("ERROR: unsupported sort type on pin 0 (") + typeLetter(sortType_) +
                QLatin1String(").\n");
     return {};
 }
@@ -67,16 +64,16 @@ QString JoinKey::checkSlave(const OneRow& row, const QString& name, const QStrin
     const qint32 sortType = row.sortInfos().first().SortType;
     if (!isSupported(sortType))
         return QLatin1String("ERROR: unsupported sort type on ") + source + QLatin1String(" (") +
-               letter(sortType) + QLatin1String(").\n");
+               typeLetter(sortType) + QLatin1String(").\n");
     if (sortType != sortType_)
         return QLatin1String("ERROR: Sort type on pin 0 and ") + source +
-               QLatin1String(" do not match (") + letter(sortType_) + QLatin1String("!=") +
-               letter(sortType) + QLatin1String(").\n");
+               QLatin1String(" do not match (") + typeLetter(sortType_) + QLatin1String("!=") +
+               typeLetter(sortType) + QLatin1String(").\n");
     const qint32 metaType = row.getMetaType(*column).type;
     if (metaType != metaType_)
         return QLatin1String("ERROR: The meta-type of Master Key Column and Column '") + name +
-               QLatin1String("' do not match (") + letter(metaType_) + QLatin1String("!=") +
-               letter(metaType) + QLatin1Char(')');
+               QLatin1String("' do not match (") + typeLetter(metaType_) + QLatin1String("!=") +
+               typeLetter(metaType) + QLatin1Char(')');
     return {};
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "plugin/bounds.h"
+#include "plugin/type_letter.h"
 
 #include <QtCore/QChar>
 #include <QtCore/QString>
@@ -22,8 +23,8 @@ inline QString noRowsOnPin(int pin) {
 }
 
 inline QString keyTypesDiffer(qint32 mainType, qint32 slaveType) {
-    return QLatin1String("Metatype of keys do not match (") + QChar(char16_t(mainType)) +
-           QLatin1String("<>") + QChar(char16_t(slaveType)) + QLatin1String(").");
+    return QLatin1String("Metatype of keys do not match (") + typeLetter(mainType) +
+           QLatin1String("<>") + typeLetter(slaveType) + QLatin1String(").");
 }
 
 inline QString memoryError(const char* action) {

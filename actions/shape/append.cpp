@@ -1,6 +1,7 @@
 #include "actions/shape/append.h"
 
 #include "plugin/bounds.h"
+#include "plugin/type_letter.h"
 
 #include <algorithm>
 #include <numeric>
@@ -9,17 +10,13 @@ namespace {
 
 constexpr int fewestPins = 2;
 
-QString letterOf(const MetaInfo& type) {
-    return QString(QChar(static_cast<char16_t>(type.type)));
-}
-
 QString typesDiffer(const QString& name, const QString& pin, const MetaInfo& type, int otherPin,
                     const MetaInfo& otherType) {
     return QLatin1String("An error occurred while initializing the 'Append' Action \n"
                          "The Meta-type of the column '") +
            name + QLatin1String("' do not match on pin ") + pin + QLatin1String(" (type=") +
-           letterOf(type) + QLatin1String(") and on pin ") + QString::number(otherPin) +
-           QLatin1String(" (type=") + letterOf(otherType) + QLatin1Char(')');
+           typeLetter(type.type) + QLatin1String(") and on pin ") + QString::number(otherPin) +
+           QLatin1String(" (type=") + typeLetter(otherType.type) + QLatin1Char(')');
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "host/number_parser.h"
 #include "plugin/bounds.h"
+#include "plugin/type_letter.h"
 
 #include <algorithm>
 #include <cmath>
@@ -58,10 +59,6 @@ const uchar* absentCell(const QString& value, qint32 metaType, RowBuffer& buffer
 bool isKnownSortType(qint32 sortType) {
     constexpr char known[] = {'A', 'Z', '0', '9', 'I', 'D'};
     return std::find(std::begin(known), std::end(known), sortType) != std::end(known);
-}
-
-QChar letterOf(const MetaInfo& type) {
-    return QChar(static_cast<char16_t>(type.type));
 }
 
 } // namespace
@@ -273,7 +270,7 @@ bool Flatten::resolveCategory(const OneRow& row, Resolved& found, const MetaInfo
     if (type.type != typeOnPin1.type)
         return !fail(QStringLiteral("ERROR: meta-type of the category column on pin 0('%1') and on "
                                     "pin 1('%2') do not match.\n")
-                         .arg(letterOf(type), letterOf(typeOnPin1)));
+                         .arg(typeLetter(type.type), typeLetter(typeOnPin1.type)));
     return true;
 }
 

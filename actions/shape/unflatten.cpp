@@ -2,18 +2,11 @@
 
 #include "plugin/bounds.h"
 #include "plugin/partition_run.h"
+#include "plugin/type_letter.h"
 
 #include <QtCore/QHash>
 
 #include <algorithm>
-
-namespace {
-
-QString letterOf(const MetaInfo& type) {
-    return QString(QChar(static_cast<char16_t>(type.type)));
-}
-
-} // namespace
 
 const StoredElement& Unflatten::declaration() {
     using Set = UnflattenSet;
@@ -180,9 +173,10 @@ bool Unflatten::resolveSet(const OneRow& row, RunSet& set, bool checkTypes) {
             return !fail(
                 QLatin1String("An error occurred while initializing the 'Unflatten' Action \n"
                               "The Meta-type of the column '") +
-                out.colName(place) + QLatin1String("'(type=") + letterOf(out.getMetaType(place)) +
+                out.colName(place) + QLatin1String("'(type=") +
+                typeLetter(out.getMetaType(place).type) +
                 QLatin1String(") do not match the meta-type of column '") + name +
-                QLatin1String("'(type=") + letterOf(type) + QLatin1Char(')'));
+                QLatin1String("'(type=") + typeLetter(type.type) + QLatin1Char(')'));
     }
     return true;
 }

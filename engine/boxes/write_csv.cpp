@@ -55,7 +55,7 @@ const StoredElement& WriteCsv::declaration() {
 }
 
 WriteCsv::WriteCsv(const XMLNode& element, GlobalParameters* parameters)
-    : OutputBox(element, parameters) {
+    : FileOutputBox(element, parameters) {
     nPinIn = 1;
     nPinOut = 0;
     readStored(declaration());
@@ -70,7 +70,7 @@ void WriteCsv::rewindRun() {
 }
 
 bool WriteCsv::beforeRun() {
-    rows_ = 0;
+    startCounting(limit);
     linesWritten_ = 0;
     markWritten_ = opened_ = false;
     names_.clear();
@@ -79,19 +79,13 @@ bool WriteCsv::beforeRun() {
     if (!problem.isNull())
         return fail(problem);
     formatter_ = CsvFormatter(layout);
-    const bool limited = runOptions != nullptr && runOptions->rowLimit >= 0;
-    rowLimit_ = limited ? runOptions->rowLimit : limit;
     flushAt_ = runOptions != nullptr && runOptions->smallPieces ? 1 : flushBytes;
     if (typed && !header)
         return fail(QStringLiteral("a typed table needs its header: typed='1' and header='0' "
                                    "exclude each other"));
     if (!mustComputeFull())
         return false;
-    {
-        const std::lock_guard<std::mutex> guard(outputLock_);
-        output_ = std::make_unique<OutputFile>();
-    }
-    opened_ = output_->open(expandFile(file), [this] { return !mayWrite(); });
+    opened_ = openOutput(expandFile(file), [this] { return !mayWrite(); });
     if (!opened_)
         reportFailedWrite();
     else if (sideThreads != nullptr)
@@ -151,11 +145,8 @@ bool WriteCsv::nextRow() {
 /// True when no further row is to be taken.
 bool WriteCsv::takeRow(const OneRow& row) {
     formatter_.writeRow(row.cells);
-    const qint64 rows = rows_.load(std::memory_order_relaxed) + 1;
-    rows_.store(rows, std::memory_order_relaxed);
-    if (formatter_.size() >= flushAt_ && !flush())
-        return true;
-    return rows == rowLimit_;
+    const bool isLast = countRow();
+    return (formatter_.size() >= flushAt_ && !flush()) || isLast;
 }
 
 /// Whether a write may wait for room. What was handed over to be written behind is still written
@@ -241,24 +232,10 @@ bool WriteCsv::finishOutput() {
     return finished;
 }
 
-bool WriteCsv::commitOutput() {
-    if (output_ == nullptr || output_->commit())
-        return true;
-    fail(output_->error());
-    return false;
-}
-
-void WriteCsv::discardOutput() {
-    const std::lock_guard<std::mutex> guard(outputLock_);
-    if (output_ != nullptr)
-        output_->discard();
-}
-
 bool WriteCsv::afterRun() {
     behind_.reset();
     formatter_ = CsvFormatter();
-    const std::lock_guard<std::mutex> guard(outputLock_);
-    output_.reset();
+    releaseOutput();
     return false;
 }
 

@@ -13,15 +13,14 @@
 
 #include "engine/csv/csv_formatter.h"
 #include "engine/csv/text_encoding.h"
-#include "engine/engine_box.h"
-#include "engine/output_file.h"
+#include "engine/file_output_box.h"
 #include "engine/writes_behind.h"
 
 #include <memory>
 
 namespace velmorra {
 
-class WriteCsv : public OutputBox {
+class WriteCsv : public FileOutputBox {
 public:
     WriteCsv(const XMLNode& element, GlobalParameters* parameters);
 
@@ -35,11 +34,8 @@ public:
     bool afterRun() override;
 
     bool finishOutput() override;
-    bool commitOutput() override;
-    void discardOutput() override;
     quint64 settle() override;
     void reportFailedWrite() override;
-    qint64 rowsWritten() const override { return rows_.load(std::memory_order_relaxed); }
 
     // Stored.
     QString file;
@@ -65,7 +61,6 @@ private:
     void start(const PinOutMetaData& shape);
 
     // Resolved by beforeRun and the first step.
-    qint64 rowLimit_ = -1;
     qsizetype flushAt_ = 0;
     TextEncoding encoding_ = TextEncoding::Utf8;
     QVector<QString> names_;
@@ -75,11 +70,7 @@ private:
     QByteArray encoded_;
     qint64 linesWritten_ = 0; ///< lines of the table that have left the formatter
     bool markWritten_ = false;
-    bool opened_ = false; ///< the output; set before anybody writes
-    std::atomic<qint64> rows_{0};
-
-    std::mutex outputLock_; ///< guards the pointer against a discard from another thread
-    std::unique_ptr<OutputFile> output_;
+    bool opened_ = false;                  ///< the output; set before anybody writes
     std::unique_ptr<WritesBehind> behind_; ///< null where this thread writes
 };
 

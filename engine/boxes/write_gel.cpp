@@ -35,7 +35,7 @@ const StoredElement& WriteGel::declaration() {
 }
 
 WriteGel::WriteGel(const XMLNode& element, GlobalParameters* parameters)
-    : OutputBox(element, parameters) {
+    : FileOutputBox(element, parameters) {
     nPinIn = 1;
     nPinOut = 0;
     readStored(declaration());
@@ -50,19 +50,13 @@ void WriteGel::rewindRun() {
 }
 
 bool WriteGel::beforeRun() {
-    rows_ = 0;
+    startCounting(limit);
     started_ = false;
-    const bool limited = runOptions != nullptr && runOptions->rowLimit >= 0;
-    rowLimit_ = limited ? runOptions->rowLimit : limit;
     if (!mustComputeFull())
         return false;
     const int threads = runOptions != nullptr ? runOptions->threads : 1;
     writer_ = std::make_unique<gel::GelWriter>(std::clamp(threads - 1, 0, mostWorkers));
-    {
-        const std::lock_guard<std::mutex> guard(outputLock_);
-        output_ = std::make_unique<OutputFile>();
-    }
-    const bool opened = output_->open(expandFile(file), [this] { return !isRunning(); });
+    const bool opened = openOutput(expandFile(file), [this] { return !isRunning(); });
     if (!opened && !output_->error().isNull())
         fail(output_->error());
     return !opened;
@@ -100,11 +94,8 @@ bool WriteGel::takeRow(const OneRow& row) {
     const QString problem = writer_->add(row.cells);
     if (!problem.isNull())
         return fail(problem);
-    const qint64 rows = rows_.load(std::memory_order_relaxed) + 1;
-    rows_.store(rows, std::memory_order_relaxed);
-    if (writer_->size() >= flushBytes && !flush())
-        return true;
-    return rows == rowLimit_;
+    const bool isLast = countRow();
+    return (writer_->size() >= flushBytes && !flush()) || isLast;
 }
 
 /// Hands what is ready to the file; false when that takes no more, be it that its reader has
@@ -129,23 +120,9 @@ bool WriteGel::finishOutput() {
     return finished;
 }
 
-bool WriteGel::commitOutput() {
-    if (output_ == nullptr || output_->commit())
-        return true;
-    fail(output_->error());
-    return false;
-}
-
-void WriteGel::discardOutput() {
-    const std::lock_guard<std::mutex> guard(outputLock_);
-    if (output_ != nullptr)
-        output_->discard();
-}
-
 bool WriteGel::afterRun() {
     writer_.reset();
-    const std::lock_guard<std::mutex> guard(outputLock_);
-    output_.reset();
+    releaseOutput();
     return false;
 }
 

@@ -9,14 +9,12 @@
 /// more for each further thread that the run may use: those compress.
 #pragma once
 
-#include "engine/engine_box.h"
-#include "engine/output_file.h"
-
+#include "engine/file_output_box.h"
 #include "host/gel/gel_writer.h"
 
 namespace velmorra {
 
-class WriteGel : public OutputBox {
+class WriteGel : public FileOutputBox {
 public:
     WriteGel(const XMLNode& element, GlobalParameters* parameters);
 
@@ -30,9 +28,6 @@ public:
     bool afterRun() override;
 
     bool finishOutput() override;
-    bool commitOutput() override;
-    void discardOutput() override;
-    qint64 rowsWritten() const override { return rows_.load(std::memory_order_relaxed); }
 
     // Stored.
     QString file;
@@ -45,16 +40,8 @@ private:
     bool takeRow(const OneRow& row);
     bool flush();
 
-    // Resolved by beforeRun.
-    qint64 rowLimit_ = -1;
     bool started_ = false;
-
-    // Per row.
     std::unique_ptr<gel::GelWriter> writer_;
-    std::atomic<qint64> rows_{0};
-
-    std::mutex outputLock_; ///< guards the pointer against a discard from another thread
-    std::unique_ptr<OutputFile> output_;
 };
 
 } // namespace velmorra
