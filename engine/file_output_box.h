@@ -36,10 +36,13 @@ protected:
     /// To be called in afterRun.
     void releaseOutput();
 
-    qint64 rowLimit_ = -1;
-    std::unique_ptr<OutputFile> output_; ///< null where only the columns are wanted
+    /// Null where only the columns are wanted, and outside of a run.
+    OutputFile* output() const { return output_.get(); }
+    bool wantsRows() const { return rowLimit_ != 0; }
 
 private:
+    qint64 rowLimit_ = -1;
+    std::unique_ptr<OutputFile> output_;
     std::atomic<qint64> rows_{0};
     std::mutex outputLock_; ///< guards the pointer against a discard from another thread
 };

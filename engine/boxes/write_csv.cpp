@@ -89,7 +89,7 @@ bool WriteCsv::beforeRun() {
     if (!opened_)
         reportFailedWrite();
     else if (sideThreads != nullptr)
-        behind_ = std::make_unique<WritesBehind>(*sideThreads, *output_);
+        behind_ = std::make_unique<WritesBehind>(*sideThreads, *output());
     return !opened_;
 }
 
@@ -123,7 +123,7 @@ void WriteCsv::start(const PinOutMetaData& shape) {
 }
 
 bool WriteCsv::firstStep() {
-    if (output_ == nullptr)
+    if (output() == nullptr)
         return true;
     const OneRow* const row = getNextRowFromInPin(0);
     if (row == nullptr) {
@@ -134,7 +134,7 @@ bool WriteCsv::firstStep() {
     }
     start(row->shape());
     setStep<&WriteCsv::nextRow>();
-    return rowLimit_ == 0 || takeRow(*row);
+    return !wantsRows() || takeRow(*row);
 }
 
 bool WriteCsv::nextRow() {
@@ -161,13 +161,13 @@ bool WriteCsv::flush() {
         reportFailedWrite();
         return false;
     }
-    return behind_ != nullptr ? !behind_->readerGone() : !output_->readerGone();
+    return behind_ != nullptr ? !behind_->readerGone() : !output()->readerGone();
 }
 
 /// Hands what has been formatted to the file. False when the run has failed, or the file has.
 bool WriteCsv::writeOut() {
     if (encoding_ == TextEncoding::Utf8 && behind_ == nullptr) {
-        const bool written = output_->write(formatter_.bytes(), formatter_.size());
+        const bool written = output()->write(formatter_.bytes(), formatter_.size());
         formatter_.clear();
         return written;
     }
@@ -181,7 +181,7 @@ bool WriteCsv::writeOut() {
         linesWritten_ += formatter_.placeOf(formatter_.size()).line;
     formatter_.clear();
     return behind_ != nullptr ? behind_->put(encoded_)
-                              : output_->write(encoded_.constData(), encoded_.size());
+                              : output()->write(encoded_.constData(), encoded_.size());
 }
 
 quint64 WriteCsv::settle() {
@@ -190,8 +190,8 @@ quint64 WriteCsv::settle() {
 
 void WriteCsv::reportFailedWrite() {
     settle();
-    if (!output_->error().isNull())
-        fail(output_->error());
+    if (!output()->error().isNull())
+        fail(output()->error());
     else if (behind_ != nullptr && behind_->failedBlock() != 0)
         fail(QStringLiteral("WriteCsv: Memory Allocation Error"));
 }
@@ -215,12 +215,12 @@ QString WriteCsv::unencodable(qsizetype offset) const {
 }
 
 bool WriteCsv::finishOutput() {
-    if (output_ == nullptr)
+    if (output() == nullptr)
         return true;
     bool finished = settle() == 0;
     if (finished) {
         behind_.reset(); // the rest isn't worth a thread
-        finished = writeOut() && output_->finish();
+        finished = writeOut() && output()->finish();
     }
     formatter_.clear();
     if (!finished)

@@ -57,8 +57,8 @@ bool WriteGel::beforeRun() {
     const int threads = runOptions != nullptr ? runOptions->threads : 1;
     writer_ = std::make_unique<gel::GelWriter>(std::clamp(threads - 1, 0, mostWorkers));
     const bool opened = openOutput(expandFile(file), [this] { return !isRunning(); });
-    if (!opened && !output_->error().isNull())
-        fail(output_->error());
+    if (!opened && !output()->error().isNull())
+        fail(output()->error());
     return !opened;
 }
 
@@ -72,7 +72,7 @@ bool WriteGel::start(const PinOutMetaData& columns) {
 }
 
 bool WriteGel::firstStep() {
-    if (output_ == nullptr)
+    if (output() == nullptr)
         return true;
     const OneRow* const row = getNextRowFromInPin(0);
     if (row == nullptr) {
@@ -81,7 +81,7 @@ bool WriteGel::firstStep() {
         return true;
     }
     setStep<&WriteGel::nextRow>();
-    return !start(row->shape()) || rowLimit_ == 0 || takeRow(*row);
+    return !start(row->shape()) || !wantsRows() || takeRow(*row);
 }
 
 bool WriteGel::nextRow() {
@@ -101,22 +101,22 @@ bool WriteGel::takeRow(const OneRow& row) {
 /// Hands what is ready to the file; false when that takes no more, be it that its reader has
 /// enough.
 bool WriteGel::flush() {
-    const bool written = output_->write(writer_->bytes(), writer_->size());
+    const bool written = output()->write(writer_->bytes(), writer_->size());
     writer_->clear();
-    if (!written && !output_->error().isNull())
-        fail(output_->error());
-    return written && !output_->readerGone();
+    if (!written && !output()->error().isNull())
+        fail(output()->error());
+    return written && !output()->readerGone();
 }
 
 bool WriteGel::finishOutput() {
-    if (output_ == nullptr)
+    if (output() == nullptr)
         return true;
     if (started_)
         writer_->finish();
     started_ = false;
-    const bool finished = output_->write(writer_->bytes(), writer_->size()) && output_->finish();
-    if (!finished && !output_->error().isNull())
-        fail(output_->error());
+    const bool finished = output()->write(writer_->bytes(), writer_->size()) && output()->finish();
+    if (!finished && !output()->error().isNull())
+        fail(output()->error());
     return finished;
 }
 
